@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test: unit tests on this machine, system and
+# screen tests inside the sandbox guest. Usage: scripts/test.sh [ctest args...]
+#   WIZARD_BUILD_DIR   build directory (default: build)
+#   WIZARD_SANITIZE=1  also build and run the unit tests under ASan + UBSan
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+
+build=${WIZARD_BUILD_DIR:-build}
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$build" -j"$(nproc)"
+
+status=0
+# Host tests in parallel; the sandbox guests one after another (software
+# emulation: each guest keeps a core busy).
+ctest --test-dir "$build" -L unit -j"$(nproc)" --output-on-failure "$@" || status=1
+ctest --test-dir "$build" -LE unit --output-on-failure "$@" || status=1
+
+if [ "${WIZARD_SANITIZE:-0}" = 1 ]; then
+  cmake -S . -B "$build-asan" -DCMAKE_BUILD_TYPE=Debug -DWIZARD_SANITIZE=ON >/dev/null
+  cmake --build "$build-asan" -j"$(nproc)"
+  ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --test-dir "$build-asan" -L unit -j"$(nproc)" --output-on-failure "$@" || status=1
+fi
+exit $status

@@ -1,0 +1,272 @@
+#include "StartStep.h"
+
+#include "InstallPackage.h"
+#include "InstallWizard.h"
+
+#include <sstream>
+
+namespace Kel { namespace Vidorama { namespace InstallerWizard {
+
+using InstallerLib::InstallPackage;
+
+const char* const StartStep::installTitle = "Vidorama Install and Rescue";
+const char* const StartStep::bootTitle = "Vidorama Maintenance";
+
+namespace {
+
+const char* const InstallNames[] = {"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"};
+const char* const BootNames[] = {"1", "2", "3", "4", "5", "6", "7", "8", "9"};
+const char* const SubMenuNames[] = {"1", "2", "3"};
+
+const int CountdownSeconds = 7;
+const int Escape = 27;
+const int Enter = 10;
+
+} // namespace
+
+StartStep::StartStep()
+    : _runningFromDisk(InstallWizard::IsRunningFromDisk()),
+      _runningFromUsbKey(InstallWizard::IsRunningFromUsbKey())
+{
+}
+
+StartStep::~StartStep()
+{
+    FreeMenu();
+}
+
+void StartStep::CreateWindow()
+{
+    WizardStep::CreateWindow();
+    SetTitle(_runningFromDisk ? bootTitle : installTitle);
+    if (!_message.empty())
+        PrintInMiddle(_contentWindow, 15, 0, COLS - 8, _message.c_str(), A_BOLD | COLOR_PAIR(4));
+    if (_runningFromDisk)
+        CreateBootMenu();
+    else
+        CreateInstallMenu();
+    SetBottomText("<ENTER> or number to select the operation.");
+}
+
+void StartStep::BuildItems(const std::vector<Entry>& entries, int count, const char* const names[])
+{
+    _itemCount = count;
+    _codes = new int[count];
+    _items = new ITEM*[count + 1];
+    for (int i = 0; i < count; ++i)
+    {
+        _codes[i] = -1;
+        _items[i] = nullptr;
+    }
+    _items[count] = nullptr;
+    for (size_t i = 0; i < entries.size() && static_cast<int>(i) < count; ++i)
+    {
+        _items[i] = new_item(names[i], entries[i].text);
+        _codes[i] = entries[i].code;
+    }
+}
+
+void StartStep::CreateInstallMenu()
+{
+    std::vector<Entry> entries = {
+        {"Install Vidorama", 0},
+        {"Format and Install Vidorama", 2},
+        {"Versions", 3},
+        {"Clear configuration lines", 7},
+    };
+    if (_hardwareMaintenanceAvailable)
+        entries.push_back({"Hardware maintenance", 8});
+    if (_biosResetAvailable)
+        entries.push_back({"Reset bios (RB417 only)", 9});
+    entries.push_back({"Exit to shell", 10});
+    entries.push_back({"Support contact", 11});
+    entries.push_back({"Licenses", 12});
+    entries.push_back({"Shutdown", 13});
+    // The count ignores the BIOS item: without it, the last slot selects nothing.
+    BuildItems(entries, _hardwareMaintenanceAvailable ? 10 : 9, InstallNames);
+    DisplayMenu();
+}
+
+void StartStep::CreateBootMenu()
+{
+    if (!_startVersionLabelSet)
+    {
+        _startVersionLabel = std::string("Start version ") +
+                             InstallPackage::GetCurrentLinuxVersion().GetVersion(_showRevisions);
+        _startVersionLabelSet = true;
+    }
+    std::vector<Entry> entries = {
+        {_startVersionLabel.c_str(), 1},
+        {"Versions", 3},
+        {"Clear Configuration lines", 7},
+    };
+    if (_hardwareMaintenanceAvailable)
+        entries.push_back({"Hardware maintenance", 8});
+    if (_biosResetAvailable)
+        entries.push_back({"Reset bios (RB417 only)", 9});
+    entries.push_back({"Exit to shell", 10});
+    entries.push_back({"Support contact", 11});
+    entries.push_back({"Licenses", 12});
+    entries.push_back({"Shutdown", 13});
+    BuildItems(entries, _hardwareMaintenanceAvailable ? 9 : 8, BootNames);
+    DisplayMenu();
+}
+
+void StartStep::CreateVersionSubMenu()
+{
+    FreeMenu();
+    if (_runningFromDisk)
+        BuildItems({{"Change active version", 4},
+                    {"Delete specific version", 5},
+                    {"Delete all unused versions", 6}},
+                   3, SubMenuNames);
+    else
+        BuildItems({{"Delete specific version", 5}, {"Delete all unused versions", 6}}, 2,
+                   SubMenuNames);
+    DisplayMenu();
+    SetTitle("Versions");
+    SetBottomText("<ESC> return to the main menu, <ENTER> or number to select the operation");
+}
+
+void StartStep::DisplayMenu()
+{
+    _menu = new_menu(_items);
+    set_menu_fore(_menu, COLOR_PAIR(3));
+    set_menu_win(_menu, _contentWindow);
+    _menuWindow = derwin(_contentWindow, 11, _width - 35, (_height - 16) / 2, (_width - 34) / 2);
+    set_menu_sub(_menu, _menuWindow);
+    set_menu_format(_menu, 10, 1);
+    set_menu_mark(_menu, " > ");
+    post_menu(_menu);
+    // The last position indexes whichever menu is shown; ignored when out of range.
+    if (_lastPosition >= 0 && _lastPosition < item_count(_menu))
+        set_current_item(_menu, _items[_lastPosition]);
+    wrefresh(_contentWindow);
+}
+
+void StartStep::DrawCountdown(int seconds)
+{
+    wattron(_contentWindow, A_BOLD | COLOR_PAIR(4));
+    mvwprintw(_contentWindow, 16, (_width - 34) / 2, "Automatically start in %d seconds", seconds);
+    wattroff(_contentWindow, A_BOLD | COLOR_PAIR(4));
+    wrefresh(_contentWindow);
+}
+
+void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
+{
+    if (autoStart)
+    {
+        DrawCountdown(CountdownSeconds);
+        wtimeout(_contentWindow, 1000);
+    }
+    _selection = -1;
+    int counter = CountdownSeconds;
+
+    for (;;)
+    {
+        const int key = wgetch(_contentWindow);
+        if (key == Escape && escapeAllowed)
+            return;
+
+        if (autoStart)
+        {
+            if (key == ERR)
+            {
+                --counter;
+                DrawCountdown(counter);
+                if (counter < 1)
+                {
+                    _selection = 1;
+                    return;
+                }
+                continue;
+            }
+            // Any key cancels the countdown for good and is then acted upon.
+            wattron(_contentWindow, COLOR_PAIR(2));
+            mvwprintw(_contentWindow, 16, (_width - 34) / 2, "%33s", "");
+            wattroff(_contentWindow, COLOR_PAIR(2));
+            wtimeout(_contentWindow, -1);
+            autoStart = false;
+        }
+
+        switch (key)
+        {
+        case KEY_DOWN:
+            menu_driver(_menu, REQ_DOWN_ITEM);
+            break;
+        case KEY_UP:
+            menu_driver(_menu, REQ_UP_ITEM);
+            break;
+        case Enter:
+        {
+            ITEM* current = current_item(_menu);
+            if (current != nullptr)
+                _selection = _codes[item_index(current)];
+            break;
+        }
+        default:
+            // "1".."9" address items 1 to 9; a tenth item is ":", the character after "9".
+            if (key - '1' >= 0 && key - '1' < _itemCount)
+                _selection = _codes[key - '1'];
+            break;
+        }
+        wrefresh(_contentWindow);
+        if (_selection != -1)
+            return;
+    }
+}
+
+bool StartStep::Run()
+{
+    CreateWindow();
+    const bool autoStart = _runningFromDisk && _timer && _firstRun;
+    ReadMenuSelection(autoStart, false);
+    _firstRun = false;
+    _lastPosition = item_index(current_item(_menu));
+
+    if (_selection == 3)
+    {
+        CreateVersionSubMenu();
+        ReadMenuSelection(false, true);
+    }
+
+    std::ostringstream message;
+    message << "StartStep selected item: " << _selection;
+    InstallWizard::log(0, message.str().c_str());
+
+    DestroyWindow();
+    return true;
+}
+
+void StartStep::FreeMenu()
+{
+    if (_menu != nullptr)
+    {
+        // ncurses needs this order: unpost, free the menu, then its items.
+        unpost_menu(_menu);
+        free_menu(_menu);
+        _menu = nullptr;
+    }
+    if (_menuWindow != nullptr)
+    {
+        delwin(_menuWindow);
+        _menuWindow = nullptr;
+    }
+    if (_items != nullptr)
+    {
+        for (int i = 0; i < _itemCount; ++i)
+            free_item(_items[i]);
+        delete[] _items;
+        _items = nullptr;
+    }
+    delete[] _codes;
+    _codes = nullptr;
+}
+
+void StartStep::DestroyWindow()
+{
+    FreeMenu();
+    WizardStep::DestroyWindow();
+}
+
+}}} // namespace Kel::Vidorama::InstallerWizard
