@@ -1,0 +1,190 @@
+#include "ScreenTest.h"
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace ScreenTest {
+
+std::unique_ptr<Sandbox::Guest> GuestSuite::_guest;
+
+std::string Wizard()
+{
+    return std::string(WIZARD_BINARY_DIR) + "/wizard/InstallWizard";
+}
+
+std::string Program(const std::string& name)
+{
+    return std::string(WIZARD_BINARY_DIR) + "/tests/screen/" + name;
+}
+
+std::string SampleUsbKey()
+{
+    return std::string(WIZARD_SOURCE_DIR) + "/sample/usbkey";
+}
+
+std::vector<std::string> Rows(const std::string& screen)
+{
+    std::vector<std::string> rows;
+    std::istringstream in(screen);
+    std::string line;
+    while (std::getline(in, line))
+    {
+        const size_t end = line.find_last_not_of(' ');
+        rows.push_back(end == std::string::npos ? "" : line.substr(0, end + 1));
+    }
+    rows.resize(25);
+    return rows;
+}
+
+std::string Row(const std::string& screen, int row)
+{
+    return Rows(screen).at(static_cast<size_t>(row));
+}
+
+void GuestSuite::SetUpTestSuite()
+{
+    Sandbox::GuestOptions options;
+    options.usbKeyDir = SampleUsbKey();
+    options.kernelCmdline = UsbKeyCmdline;
+    _guest = std::make_unique<Sandbox::Guest>(options);
+}
+
+void GuestSuite::TearDownTestSuite()
+{
+    _guest.reset();
+}
+
+void GuestSuite::SetUp()
+{
+    ASSERT_TRUE(_guest) << "the sandbox guest did not boot";
+    RunInGuest("rm -rf " + WorkDir() + " && mkdir -p " + WorkDir());
+}
+
+void GuestSuite::TearDown()
+{
+    if (_running)
+    {
+        // A failed test may leave its program on the console: end it so the
+        // next test starts on a clean console.
+        _guest->Run("pkill -9 -f '" + std::string(WIZARD_BINARY_DIR) + "' || true");
+        _guest->WaitConsoleExit(20);
+        _running = false;
+    }
+    // Fixtures of a test never leak into the next one.
+    RunInGuest("rm -rf /mnt/SYS/* /mnt/APPS/*");
+    SetKernelCommandLine(UsbKeyCmdline);
+}
+
+void GuestSuite::RunInGuest(const std::string& command)
+{
+    const auto result = _guest->Run(command);
+    ASSERT_EQ(result.rc, 0) << command << "\n" << result.output;
+}
+
+void GuestSuite::SetKernelCommandLine(const std::optional<std::string>& text)
+{
+    std::string write = text ? "printf '%s\\n' '" + *text + "' > /run/cmdline.test"
+                             : std::string(": > /run/cmdline.test");
+    RunInGuest("while umount /proc/cmdline 2>/dev/null; do :; done; " + write +
+               " && mount --bind /run/cmdline.test /proc/cmdline");
+}
+
+std::string GuestSuite::WorkDir() const
+{
+    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+    return std::string("/io/work/") + info->test_suite_name() + "." + info->name();
+}
+
+std::string GuestSuite::HostWorkDir() const
+{
+    return _guest->IoDir() + WorkDir().substr(3);
+}
+
+void GuestSuite::Start(const std::string& commandLine)
+{
+    // Whatever the previous program left on the console must not be taken
+    // for this one's screen.
+    RunInGuest("printf '\\033[H\\033[2J' > /dev/ttyS0");
+    ASSERT_TRUE(_guest->WaitForScreen(
+        [](const std::string& screen) { return screen.find_first_not_of('\n') == std::string::npos; }, 10))
+        << _guest->Screen();
+    _guest->StartOnConsole(commandLine, WorkDir());
+    _running = true;
+}
+
+std::optional<int> GuestSuite::WaitExit(int timeoutSec)
+{
+    auto status = _guest->WaitConsoleExit(timeoutSec);
+    if (status)
+        _running = false;
+    return status;
+}
+
+std::string GuestSuite::Log() const
+{
+    std::ifstream in(HostWorkDir() + "/installer.log");
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> GuestSuite::LogMessages() const
+{
+    std::vector<std::string> messages;
+    std::istringstream in(Log());
+    std::string line;
+    while (std::getline(in, line))
+    {
+        // "time\t|\tlevel\t|\tmessage"
+        const size_t first = line.find("\t|\t");
+        const size_t second = first == std::string::npos ? first : line.find("\t|\t", first + 3);
+        if (second != std::string::npos)
+            messages.push_back(line.substr(first + 3, second - first - 3) + " " + line.substr(second + 3));
+    }
+    return messages;
+}
+
+bool GuestSuite::WaitForLog(const std::string& message, int timeoutSec) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSec);
+    do
+    {
+        for (const auto& line : LogMessages())
+            if (line == message)
+                return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    } while (std::chrono::steady_clock::now() < deadline);
+    return false;
+}
+
+bool GuestSuite::WaitFor(const std::string& text, int timeoutSec) const
+{
+    if (!_guest->WaitForText(text, timeoutSec))
+        return false;
+    Settle();
+    return true;
+}
+
+void GuestSuite::Settle() const
+{
+    // The serial line is slow under emulation: wait until the screen stops changing.
+    std::string previous = _guest->Screen();
+    for (int i = 0; i < 50; ++i)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        std::string current = _guest->Screen();
+        if (current == previous)
+            return;
+        previous = std::move(current);
+    }
+}
+
+bool GuestSuite::WaitGone(const std::string& text, int timeoutSec) const
+{
+    return _guest->WaitForScreen(
+        [&](const std::string& screen) { return screen.find(text) == std::string::npos; }, timeoutSec);
+}
+
+} // namespace ScreenTest

@@ -1,0 +1,63 @@
+#pragma once
+
+// Common ground of the screen tests: one sandbox guest per test program, the
+// wizard started on its console, and helpers to read the 80x25 screen.
+
+#include "Guest.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ScreenTest {
+
+const std::string UsbKeyCmdline = "BOOT_IMAGE=/boot/vmlinuz initrd=/boot/initrd.img quiet";
+const std::string DiskCmdline = "BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet";
+
+std::string Wizard();
+std::string Program(const std::string& name);
+std::string SampleUsbKey();
+
+// The text of one screen row, without trailing blanks.
+std::string Row(const std::string& screen, int row);
+std::vector<std::string> Rows(const std::string& screen);
+
+class GuestSuite : public testing::Test
+{
+protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+    void SetUp() override;
+    void TearDown() override;
+
+    static Sandbox::Guest& Guest() { return *_guest; }
+
+    // Kernel command line the program sees; nullopt: an empty /proc/cmdline.
+    void SetKernelCommandLine(const std::optional<std::string>& text);
+    void RunInGuest(const std::string& command);
+
+    // Starts a program on the console in this test's own working directory.
+    void Start(const std::string& commandLine);
+    // Waits for the program on the console to end and returns its status.
+    std::optional<int> WaitExit(int timeoutSec = 30);
+    std::string WorkDir() const;       // guest path
+    std::string HostWorkDir() const;   // same directory seen from the host
+    std::string Log() const;           // installer.log of this test
+    std::vector<std::string> LogMessages() const; // the message column
+    bool WaitForLog(const std::string& message, int timeoutSec = 20) const;
+
+    std::string Screen() const { return _guest->Screen(); }
+    bool WaitFor(const std::string& text, int timeoutSec = 30) const;
+    bool WaitGone(const std::string& text, int timeoutSec = 30) const;
+    void Settle() const;
+    void Keys(const std::vector<std::string>& keys) const { _guest->SendKeys(keys); }
+
+private:
+    static std::unique_ptr<Sandbox::Guest> _guest;
+    bool _running = false;
+};
+
+} // namespace ScreenTest
