@@ -50,7 +50,8 @@ protected:
 
     void MakeCurrentVersion(const std::string& manifestName, const std::string& manifest)
     {
-        RunInGuest("mkdir -p /mnt/SYS/Versions/12.05.01.3456 && printf '%s' '" + manifest +
+        // The manifest is printf's format, so "\\r\\n" in it become CR LF.
+        RunInGuest("mkdir -p /mnt/SYS/Versions/12.05.01.3456 && printf '" + manifest +
                    "' > /mnt/SYS/Versions/12.05.01.3456/" + manifestName +
                    " && ln -sfn /mnt/SYS/Versions/12.05.01.3456 /mnt/SYS/Versions/current");
     }
