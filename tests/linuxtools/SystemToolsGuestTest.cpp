@@ -40,10 +40,10 @@ TEST_F(SystemToolsInGuest, KernelCommandLineKeepsItsValueWhenProcCmdlineCannotBe
     if (child == 0)
     {
         const std::string before = SystemTools::GetKernelCommandLine();
-        // A private mount namespace: /proc disappears for this child only.
+        // A private mount namespace: an empty /proc for this child only.
         if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             _exit(10);
-        if (umount2("/proc", MNT_DETACH) != 0)
+        if (mount("none", "/proc", "tmpfs", 0, "") != 0)
             _exit(11);
         if (access("/proc/cmdline", F_OK) == 0)
             _exit(12);
