@@ -64,7 +64,12 @@ case $outcome in
 esac
 echo
 echo "Target disk image, partition table:"
-parted -s -m "$work/target.img" unit MiB print 2>/dev/null || echo "  (no partition table)"
+table=$(parted -s -m "$work/target.img" unit MiB print 2>/dev/null || true)
+if grep -q ':unknown:' <<<"$table" || [[ -z $table ]]; then
+  echo "  (no partition table: the disk is blank)"
+else
+  sed 's/^/  /' <<<"$table"
+fi
 echo
 echo "Last lines of installer.log:"
 tail -n 15 "$work/io/work/installer.log" 2>/dev/null || echo "  (no log written)"
