@@ -2,7 +2,8 @@
 # Builds everything and runs every test: unit tests on this machine, system and
 # screen tests inside the sandbox guest. Usage: scripts/test.sh [ctest args...]
 #   WIZARD_BUILD_DIR   build directory (default: build)
-#   WIZARD_SANITIZE=1  also build and run the unit tests under ASan + UBSan
+#   WIZARD_SANITIZE=1  also build with ASan + UBSan and run every test again
+#                      there (the sandbox guests then run the sanitized programs)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,7 +22,8 @@ ctest --test-dir "$build" -LE unit --output-on-failure "$@" || status=1
 if [ "${WIZARD_SANITIZE:-0}" = 1 ]; then
   cmake -S . -B "$build-asan" -DCMAKE_BUILD_TYPE=Debug -DWIZARD_SANITIZE=ON >/dev/null
   cmake --build "$build-asan" -j"$(nproc)"
-  ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-    ctest --test-dir "$build-asan" -L unit -j"$(nproc)" --output-on-failure "$@" || status=1
+  export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+  ctest --test-dir "$build-asan" -L unit -j"$(nproc)" --output-on-failure "$@" || status=1
+  ctest --test-dir "$build-asan" -LE unit --output-on-failure "$@" || status=1
 fi
 exit $status
