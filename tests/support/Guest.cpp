@@ -200,8 +200,9 @@ bool Guest::Ended() const
 
 std::string Guest::Diagnostics() const
 {
+    // Long enough for a whole panic trace and the guest init lines before it.
     std::string text = "--- end of the guest's kernel log (" + _ioDir.Path() + "/kernel.log) ---\n";
-    text += LastLines(ReadIoFile("kernel.log"), 40);
+    text += LastLines(ReadIoFile("kernel.log"), 120);
     if (_screen)
         text += "\n--- console ---\n" + Screen();
     return text;
