@@ -38,8 +38,19 @@ TEST(Shutdown, HaltsTheMachineWhileTheMenuIsDrawnAgain)
         },
         30))
         << ReadFile(log);
-    ASSERT_TRUE(guest.WaitForText("Vidorama Install and Rescue", 10)) << guest.Screen();
-    EXPECT_NE(guest.Screen().find("<ENTER> or number to select the operation."), std::string::npos);
+    // halt runs after the menu was taken down; the menu drawn once it has
+    // returned is the redrawn one.
+    ASSERT_TRUE(guest.WaitForScreen(
+        [&](const std::string&) { return guest.ReadIoFile("events").find("halt") != std::string::npos; },
+        30));
+    ASSERT_TRUE(guest.WaitForScreen(
+        [](const std::string& screen) {
+            return screen.find("Vidorama Install and Rescue") != std::string::npos &&
+                   screen.find("8 Shutdown") != std::string::npos &&
+                   screen.find("<ENTER> or number to select the operation.") != std::string::npos;
+        },
+        10))
+        << guest.Screen();
 
     ASSERT_TRUE(guest.WaitEnded(60));
     EXPECT_EQ(guest.Outcome(), "halt");
