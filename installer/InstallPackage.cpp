@@ -1,6 +1,15 @@
 #include "InstallPackage.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <memory>
+#include <regex>
+#include <sstream>
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <dirent.h>
 #include <sys/stat.h>
 
 namespace Kel
@@ -28,6 +37,160 @@ bool IsDirectory(const std::string& path)
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+std::string FromCString(const char* text)
+{
+    return text != nullptr ? std::string(text) : std::string();
+}
+
+// Read size handed to libarchive for package files.
+constexpr size_t BlockSize = 10240;
+
+// Permissions, times, ACLs and file flags as the package stores them; ownership and the
+// safety checks of libarchive are left at their defaults.
+constexpr int DiskWriteFlags =
+    ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_ACL | ARCHIVE_EXTRACT_FFLAGS;
+static_assert(DiskWriteFlags == 102, "packages are extracted with the flags 102");
+
+// The handles below are released when the call that opened them returns, whatever path it
+// takes out.
+struct ReaderDeleter
+{
+    void operator()(archive* reader) const
+    {
+        archive_read_close(reader);
+        archive_read_free(reader);
+    }
+};
+using Reader = std::unique_ptr<archive, ReaderDeleter>;
+
+struct WriterDeleter
+{
+    void operator()(archive* writer) const
+    {
+        archive_write_close(writer);
+        archive_write_free(writer);
+    }
+};
+using Writer = std::unique_ptr<archive, WriterDeleter>;
+
+struct DirectoryCloser
+{
+    void operator()(DIR* directory) const { ::closedir(directory); }
+};
+
+// A Linux package is a gzip-compressed tar, a DOS package a zip. Null when the file cannot
+// be opened.
+Reader OpenPackage(const std::string& path, bool zip)
+{
+    Reader reader(archive_read_new());
+    if (!reader)
+    {
+        return reader;
+    }
+    if (zip)
+    {
+        archive_read_support_format_zip(reader.get());
+    }
+    else
+    {
+        archive_read_support_filter_gzip(reader.get());
+        archive_read_support_format_tar(reader.get());
+    }
+    if (archive_read_open_filename(reader.get(), path.c_str(), BlockSize) != ARCHIVE_OK)
+    {
+        reader.reset();
+    }
+    return reader;
+}
+
+Writer OpenDiskWriter()
+{
+    Writer writer(archive_write_disk_new());
+    if (writer)
+    {
+        archive_write_disk_set_options(writer.get(), DiskWriteFlags);
+        archive_write_disk_set_standard_lookup(writer.get());
+    }
+    return writer;
+}
+
+enum class HeaderResult
+{
+    Entry,
+    End,
+    Failed
+};
+
+// A warning still gives a usable entry; anything worse means the package is damaged.
+HeaderResult NextHeader(archive* reader, archive_entry** entry)
+{
+    const int status = archive_read_next_header(reader, entry);
+    if (status == ARCHIVE_EOF)
+    {
+        return HeaderResult::End;
+    }
+    return status >= ARCHIVE_WARN ? HeaderResult::Entry : HeaderResult::Failed;
+}
+
+std::string EntryName(archive_entry* entry)
+{
+    return FromCString(archive_entry_pathname(entry));
+}
+
+// Streams the selected entries of a Linux package to disk. select(name, target) tells
+// whether the entry named name is wanted and may give it another path name in target.
+template <typename Selector> bool ExtractEntries(const std::string& package, Selector select)
+{
+    Reader reader = OpenPackage(package, false);
+    if (!reader)
+    {
+        return false;
+    }
+    Writer writer = OpenDiskWriter();
+    if (!writer)
+    {
+        return false;
+    }
+
+    archive_entry* entry = nullptr;
+    for (;;)
+    {
+        const HeaderResult header = NextHeader(reader.get(), &entry);
+        if (header == HeaderResult::End)
+        {
+            return true;
+        }
+        if (header == HeaderResult::Failed)
+        {
+            return false;
+        }
+
+        const std::string name = EntryName(entry);
+        std::string target = name;
+        // Directories and links have no data of their own and are left alone.
+        if (!select(name, target) || archive_entry_size(entry) <= 0)
+        {
+            continue;
+        }
+        if (target != name)
+        {
+            archive_entry_set_pathname(entry, target.c_str());
+        }
+        if (archive_write_header(writer.get(), entry) != ARCHIVE_OK)
+        {
+            return false;
+        }
+        if (CopyData(reader.get(), writer.get()) != ARCHIVE_OK)
+        {
+            return false;
+        }
+        if (archive_write_finish_entry(writer.get()) < ARCHIVE_WARN)
+        {
+            return false;
+        }
+    }
+}
+
 } // namespace
 
 const std::string InstallPackage::LinuxExtension = "tar.gz";
@@ -35,6 +198,217 @@ const std::string InstallPackage::DosExtension = "zip";
 const std::string InstallPackage::ManifestFilenameTxt = "Version.txt";
 const std::string InstallPackage::ManifestFilenameJs = "Version.json";
 const std::string InstallPackage::InstallerFilename = "Install.sh";
+
+InstallPackage::InstallPackage(const char* packagePath)
+    : path(FromCString(packagePath)), version(), valid(false)
+{
+    version.SetPath(path.c_str());
+    version.SetDos(IsPackageDosFile(path));
+    if (version.IsDos())
+    {
+        valid = ExtractDosInfos();
+    }
+    else if (IsPackageLinuxFile(path))
+    {
+        valid = ExtractLinuxInfos();
+    }
+}
+
+InstallPackage::InstallPackage(const InstallPackage& other)
+    : path(other.path), version(other.version), valid(other.valid)
+{
+}
+
+InstallPackage& InstallPackage::operator=(const InstallPackage& other) = default;
+
+InstallPackage::~InstallPackage() = default;
+
+const char* InstallPackage::GetPath() const
+{
+    return path.c_str();
+}
+
+const PackageVersion& InstallPackage::GetVersion() const
+{
+    return version;
+}
+
+bool InstallPackage::IsValid() const
+{
+    return valid;
+}
+
+std::vector<InstallPackage>* InstallPackage::GetAvailablePackages(const char* directory)
+{
+    auto* packages = new std::vector<InstallPackage>();
+    const std::string base = FromCString(directory);
+    std::unique_ptr<DIR, DirectoryCloser> listing(::opendir(base.c_str()));
+    if (!listing)
+    {
+        return packages;
+    }
+
+    while (const dirent* item = ::readdir(listing.get()))
+    {
+        const std::string name = item->d_name;
+        if (!IsPackageDosFile(name) && !IsPackageLinuxFile(name))
+        {
+            continue;
+        }
+        InstallPackage package((base + "/" + name).c_str());
+        if (package.valid)
+        {
+            packages->push_back(package);
+        }
+    }
+
+    // operator> is not a strict weak ordering (its revision clause ignores the names), which
+    // std::sort may answer by running past the end of the range; the merge sort stays inside.
+    std::stable_sort(packages->begin(), packages->end(),
+                     [](const InstallPackage& a, const InstallPackage& b)
+                     { return a.version > b.version; });
+    return packages;
+}
+
+bool InstallPackage::ExtractLinuxInfos()
+{
+    // Searched in the whole path; the greedy name takes every "_" but the last one.
+    static const std::regex pattern(R"((\w+)[_]([a-zA-Z0-9.]+)\.tar\.gz)");
+    std::smatch match;
+    if (!std::regex_search(path, match, pattern) || !match[1].matched || !match[2].matched)
+    {
+        return false;
+    }
+    version.SetName(match.str(1).c_str());
+    version.ParseFullVersion(match.str(2).c_str());
+    return true;
+}
+
+bool InstallPackage::ExtractDosInfos()
+{
+    static const std::regex pattern(R"(([a-zA-Z0-9.]+)\.zip)");
+    std::smatch match;
+    if (!std::regex_search(path, match, pattern) || !match[1].matched)
+    {
+        return false;
+    }
+    // DOS packages carry only their version in the name; the product is always the same.
+    version.SetName("Vidorama");
+    version.ParseDosVersion(match.str(1).c_str());
+    return true;
+}
+
+bool InstallPackage::ExtractInfosFromManifest()
+{
+    if (version.IsDos())
+    {
+        return false;
+    }
+    Reader reader = OpenPackage(path, false);
+    if (!reader)
+    {
+        return false;
+    }
+
+    bool previousWasInstaller = false;
+    bool manifestFound = false;
+    archive_entry* entry = nullptr;
+    while (NextHeader(reader.get(), &entry) == HeaderResult::Entry)
+    {
+        if (manifestFound || previousWasInstaller)
+        {
+            break;
+        }
+
+        const std::string name = EntryName(entry);
+        previousWasInstaller = IsInstallerFile(name);
+        if ((IsManifestJsFile(name) || IsManifestTextFile(name)) && archive_entry_size(entry) > 0)
+        {
+            // A manifest is a few lines of text; it is the one entry read into memory.
+            std::string content;
+            const void* block = nullptr;
+            size_t size = 0;
+            la_int64_t offset = 0;
+            while (archive_read_data_block(reader.get(), &block, &size, &offset) == ARCHIVE_OK)
+            {
+                content.append(static_cast<const char*>(block), size);
+            }
+            std::istringstream stream(content);
+            version = IsManifestJsFile(name) ? PackageVersion::ParseJs(stream)
+                                             : PackageVersion::ParseTxt(stream);
+            version.SetPath(path.c_str());
+            manifestFound = true;
+        }
+    }
+
+    // The walk ends on the entry after a manifest, and that manifest is the entry processed
+    // last, so this is false whenever a manifest was read. Left as it is: nothing uses it.
+    return previousWasInstaller && manifestFound;
+}
+
+bool InstallPackage::ExtractFileFomTar(const char* fileName)
+{
+    if (fileName == nullptr)
+    {
+        return false;
+    }
+    const std::string wanted = fileName;
+    return ExtractEntries(path, [&wanted](const std::string& name, std::string&)
+                          { return EndsWith(name, wanted); });
+}
+
+bool InstallPackage::ExtractDirectoryFomTar(const char* sourceDirectory, const char* destination)
+{
+    if (sourceDirectory == nullptr || destination == nullptr)
+    {
+        return false;
+    }
+    const std::string prefix = sourceDirectory;
+    const std::string target = destination;
+    return ExtractEntries(path,
+                          [&prefix, &target](const std::string& name, std::string& renamed)
+                          {
+                              if (name.compare(0, prefix.size(), prefix) != 0)
+                              {
+                                  return false;
+                              }
+                              renamed = target + name.substr(prefix.size());
+                              return true;
+                          });
+}
+
+int InstallPackage::GetExtractedSize() const
+{
+    Reader reader = OpenPackage(path, IsPackageDosFile(path));
+    if (!reader)
+    {
+        return -1;
+    }
+
+    std::int64_t total = 0;
+    archive_entry* entry = nullptr;
+    for (;;)
+    {
+        const HeaderResult header = NextHeader(reader.get(), &entry);
+        if (header == HeaderResult::End)
+        {
+            break;
+        }
+        if (header == HeaderResult::Failed)
+        {
+            return -1;
+        }
+        const la_int64_t size = archive_entry_size(entry);
+        if (size <= 0)
+        {
+            continue;
+        }
+        // An archive inside the package is unpacked as well, so it needs its room twice.
+        total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
+    }
+    // The size is reported as a 32-bit signed byte count, as the callers expect it.
+    return static_cast<std::int32_t>(total);
+}
 
 PackageVersion InstallPackage::GetCurrentLinuxVersion()
 {
@@ -61,6 +435,30 @@ PackageVersion InstallPackage::ReadVersionManifest(const std::string& directory)
     }
 
     return PackageVersion();
+}
+
+int CopyData(archive* reader, archive* writer)
+{
+    const void* block = nullptr;
+    size_t size = 0;
+    la_int64_t offset = 0;
+    for (;;)
+    {
+        const int status = archive_read_data_block(reader, &block, &size, &offset);
+        if (status == ARCHIVE_EOF)
+        {
+            return ARCHIVE_OK;
+        }
+        if (status < ARCHIVE_OK)
+        {
+            return status;
+        }
+        const la_ssize_t written = archive_write_data_block(writer, block, size, offset);
+        if (written < ARCHIVE_OK)
+        {
+            return static_cast<int>(written);
+        }
+    }
 }
 
 bool IsManifestTextFile(const std::string& path)
