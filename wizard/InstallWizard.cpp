@@ -17,6 +17,8 @@ namespace {
 enum Operation
 {
     StartVersion = 1,
+    HardwareMaintenance = 8,
+    ResetBiosSettings = 9,
     ExitToShell = 10,
     SupportContact = 11,
     Licenses = 12,
@@ -26,9 +28,13 @@ enum Operation
 } // namespace
 
 InstallWizard::InstallWizard()
-    : _contactsStep("Contacts", (std::string(GetDataPath()) + "contacts.txt").c_str()),
+    : _eepromReader(GetDriversPath(), GetUcodeZarnPath(), (std::string(GetExePath()) + "EepromReader").c_str()),
+      _contactsStep("Contacts", (std::string(GetDataPath()) + "contacts.txt").c_str()),
       _licensesStep("Licenses", (std::string(GetDataPath()) + "licenses.txt").c_str())
 {
+    // The main menu offers only what this machine and this key can do.
+    _startStep.SetHardwareMaintenanceAvailable(_hwMaintenanceStep.GetToolCount() > 0);
+    _startStep.SetBiosResetAvailable(_biosStep.IsAvailable());
 }
 
 InstallWizard::~InstallWizard() = default;
@@ -66,6 +72,12 @@ int InstallWizard::Start()
             clear();
             refresh();
             return 0;
+        case HardwareMaintenance:
+            _hwMaintenanceStep.Run();
+            break;
+        case ResetBiosSettings:
+            ResetBios();
+            break;
         case ExitToShell:
             clear();
             refresh();
@@ -89,6 +101,15 @@ int InstallWizard::Start()
             break;
         }
     }
+}
+
+bool InstallWizard::ResetBios()
+{
+    _biosStep.SetTitle("Reset Bios");
+    _biosStep.SetWithinInstallation(false);
+    if (!_biosStep.Run())
+        return false;
+    return SystemTools::Reboot();
 }
 
 bool InstallWizard::IsRunningFromUsbKey()

@@ -1,6 +1,11 @@
 #pragma once
 
+#include "BiosStep.h"
 #include "CommandLine.h"
+#include "EepromReader.h"
+#include "HWMaintenanceStep.h"
+#include "HardwareCheckStep.h"
+#include "SelectDiskStep.h"
 #include "StartStep.h"
 #include "TextStep.h"
 #include "Wizard.h"
@@ -34,13 +39,21 @@ public:
     static const char* GetDriversPath();
     static const char* GetUcodeZarnPath();
 
+    // Loads BIOS settings from the main menu and restarts after success.
+    bool ResetBios();
+
 private:
     static std::ofstream* _log;
 
     // Built once, in this order, and reused for every visit of the main loop.
+    InstallerLib::EepromReader _eepromReader;
     StartStep _startStep;
+    HardwareCheckStep _hardwareCheckStep;
+    SelectDiskStep _selectDiskStep;
     TextStep _contactsStep;
     TextStep _licensesStep;
+    BiosStep _biosStep;
+    HWMaintenanceStep _hwMaintenanceStep;
 };
 
 }}} // namespace Kel::Vidorama::InstallerWizard

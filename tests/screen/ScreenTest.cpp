@@ -43,12 +43,25 @@ std::string Row(const std::string& screen, int row)
     return Rows(screen).at(static_cast<size_t>(row));
 }
 
-void GuestSuite::SetUpTestSuite()
+Sandbox::GuestOptions GuestSuite::SuiteDefaults()
 {
     Sandbox::GuestOptions options;
     options.usbKeyDir = SampleUsbKey();
     options.kernelCmdline = UsbKeyCmdline;
+    // The sample key's maintenance tools would add an item to every main
+    // menu; the tests that want tools write their own list.
+    options.setupScript = "rm -rf /mnt/USB/HardwareMaintenance\n";
+    return options;
+}
+
+void GuestSuite::StartGuest(const Sandbox::GuestOptions& options)
+{
     _guest = std::make_unique<Sandbox::Guest>(options);
+}
+
+void GuestSuite::SetUpTestSuite()
+{
+    StartGuest(SuiteDefaults());
 }
 
 void GuestSuite::TearDownTestSuite()
@@ -64,6 +77,12 @@ void GuestSuite::SetUp()
 
 void GuestSuite::TearDown()
 {
+    // A test that ended the machine (restart, halt) leaves nothing to clean.
+    if (_guest->WaitEnded(0))
+    {
+        _running = false;
+        return;
+    }
     if (_running)
     {
         // A failed test may leave its program on the console: end it so the
@@ -73,7 +92,7 @@ void GuestSuite::TearDown()
         _running = false;
     }
     // Fixtures of a test never leak into the next one.
-    RunInGuest("rm -rf /mnt/SYS/* /mnt/APPS/*");
+    RunInGuest("rm -rf /mnt/SYS/* /mnt/APPS/* /mnt/USB/HardwareMaintenance");
     SetKernelCommandLine(UsbKeyCmdline);
 }
 

@@ -28,8 +28,13 @@ std::vector<std::string> Rows(const std::string& screen);
 class GuestSuite : public testing::Test
 {
 protected:
+    // Boots the suite's guest from the sample USB key. A suite that needs
+    // another machine (disks, board, memory) defines its own SetUpTestSuite
+    // calling StartGuest with options built from SuiteDefaults().
     static void SetUpTestSuite();
     static void TearDownTestSuite();
+    static Sandbox::GuestOptions SuiteDefaults();
+    static void StartGuest(const Sandbox::GuestOptions& options);
     void SetUp() override;
     void TearDown() override;
 
