@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,23 @@ namespace InstallerLib
 class InstallPackage
 {
 public:
+    // The outcome of an installation; 0 is not used.
+    enum InstallStatus
+    {
+        // Not a valid package, the wrong kind for the branch taken, or its installer could
+        // not be extracted.
+        InvalidPackage = 1,
+        // The mount points could not be prepared on the given disk.
+        DestinationNotReady = 2,
+        // Free space unknown or too small.
+        NotEnoughSpace = 3,
+        // A DOS package, but no DOS system on the DOS partition.
+        NoPreviousDosInstallation = 4,
+        // The installer command, the unzip or the DOS start-up file failed.
+        InstallationFailed = 5,
+        InstallationSucceeded = 6
+    };
+
     // Identifies the package from its file name; the archive itself is not opened.
     explicit InstallPackage(const char* path);
     InstallPackage(const InstallPackage& other);
@@ -61,6 +80,50 @@ public:
     // they are unpacked in turn. -1 when the package cannot be read.
     int GetExtractedSize() const;
 
+    // Makes "/mnt/SYS" the mount point of partition 2 (ext4) and "/mnt/DOS" that of
+    // partition 1 (FAT16) of disk, creating the directories and replacing whatever was
+    // mounted there, and makes sure "/mnt/SYS/Versions" exists. Both stay mounted.
+    bool PrepareDestination(const char* disk);
+
+    // Prepares the destination on disk, then installs. The messages go to log.
+    InstallStatus Install(const char* disk, std::ostream& log);
+    // Installs onto the destination that is already mounted.
+    InstallStatus Install(std::ostream& log);
+
+    // True when the unpacked package fits strictly into the free space of its partition;
+    // otherwise writes why not to log.
+    bool CheckAvailableDiskSpace(std::ostream& log);
+
+    // Runs the package's "Install.sh", which copies the version below "/mnt/SYS/Versions".
+    InstallStatus InstallLinuxPackage(std::ostream& log);
+    // Unzips the package into "/mnt/DOS/Versions" over an existing DOS system and has DOS
+    // install it at its next start.
+    InstallStatus InstallDosPackage(std::ostream& log);
+
+    // The installed versions of one versions directory (Linux by manifest, DOS by "img.zip";
+    // the "current" link is skipped), highest first. Never null; the caller deletes it.
+    static std::vector<PackageVersion>* GetInstalledPackages(const char* directory);
+    // The Linux and the DOS versions together, highest first. Never null; the caller
+    // deletes it.
+    static std::vector<PackageVersion>* GetInstalledPackages();
+
+    static bool IsPackageInstalled(const PackageVersion& version);
+    // Mounts the package's own partition of disk where it belongs first.
+    bool IsInstalled(const char* disk) const;
+    bool IsInstalled() const;
+
+    // Makes version the one that boots: for DOS through "preboot.bat"; for Linux through
+    // the top-level syslinux configuration, extlinux and the "current" link. False, with
+    // nothing changed, when the Linux version is already current.
+    static bool ChangeCurrentVersion(const PackageVersion& version, std::ostream& log);
+
+    // Removes an installed version. The current Linux version is never removed, and that
+    // refusal answers true.
+    static bool UninstallPackageVersion(const PackageVersion& version, std::ostream& log);
+    // Removes every installed version but the current Linux one, stopping at the first
+    // failure.
+    static bool UninstallAllPackageVersions(std::ostream& log);
+
     // Directory layout.
     static constexpr const char* UsbMountPoint = "/mnt/USB";
     static constexpr const char* SystemMountPoint = "/mnt/SYS";
@@ -90,6 +153,26 @@ private:
     PackageVersion version;
     bool valid;
 };
+
+namespace detail
+{
+// The commands run by installation, switching and removal. Names that come from the disk
+// or the USB key are quoted for the shell; fixed texts stay as they are.
+std::string InstallerCommand(const std::string& packagePath, const std::string& packageName,
+                             const std::string& fullVersion, const std::string& versionsDirectory);
+std::string UnzipCommand(const std::string& packagePath, const std::string& destination);
+std::string ExtlinuxCommand(const std::string& directory);
+std::string LinkCommand(const std::string& target, const std::string& link);
+std::string RemoveCommand(const std::string& path);
+std::string ChattrCommand(const std::string& file);
+
+// The top-level syslinux configuration that hands over to the version's own one.
+std::string TopLevelSyslinuxConfiguration(const std::string& fullVersion);
+
+// The lines written when the package does not fit: needed (not below free) and free in
+// bytes.
+void WriteNotEnoughSpace(std::ostream& log, bool dos, std::uint64_t needed, std::uint64_t free);
+} // namespace detail
 
 // Copies the data blocks of the reader's current entry to the writer. 0 at the end of the
 // entry, otherwise the first negative status of either side.

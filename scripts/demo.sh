@@ -30,6 +30,9 @@ cmake --build "$build" -j"$(nproc)" --target InstallWizard >/dev/null
 work=$(mktemp -d /tmp/wizard-demo.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 truncate -s 4G "$work/target.img"
+# The sample key with its packages, built the same way every time.
+cp -a sample/usbkey "$work/usbkey"
+scripts/make-sample-packages.sh "$work/usbkey/Packages" >/dev/null
 
 setup="$work/setup.sh"
 if [[ $mode == disk ]]; then
@@ -49,7 +52,7 @@ fi
 
 echo "Booting the sandbox guest (about 15 s under software emulation)..."
 status=0
-sandbox/guest --io "$work/io" --disk "$work/target.img" --usbkey "$root/sample/usbkey" \
+sandbox/guest --io "$work/io" --disk "$work/target.img" --usbkey "$work/usbkey" \
   --cmdline "$cmdline" --setup "$setup" --term "${TERM:-linux}" \
   run -- "$root/$build/wizard/InstallWizard" "${wizard_args[@]}" || status=$?
 clear 2>/dev/null || true
