@@ -5,7 +5,8 @@
 #include <sstream>
 #include <thread>
 
-namespace ScreenTest {
+namespace ScreenTest
+{
 
 std::unique_ptr<Sandbox::Guest> GuestSuite::_guest;
 
@@ -91,8 +92,10 @@ void GuestSuite::TearDown()
         _guest->WaitConsoleExit(20);
         _running = false;
     }
-    // Fixtures of a test never leak into the next one.
-    RunInGuest("rm -rf /mnt/SYS/* /mnt/APPS/* /mnt/USB/HardwareMaintenance");
+    // Fixtures of a test never leak into the next one. A disk the program
+    // mounted is let go first: its contents belong to the suite's disk.
+    RunInGuest("for m in /mnt/SYS /mnt/DOS; do while umount $m 2>/dev/null; do :; done; done; "
+               "rm -rf /mnt/SYS/* /mnt/APPS/* /mnt/USB/HardwareMaintenance");
     SetKernelCommandLine(UsbKeyCmdline);
 }
 
@@ -126,8 +129,10 @@ void GuestSuite::Start(const std::string& commandLine)
     // Whatever the previous program left on the console must not be taken
     // for this one's screen.
     RunInGuest("printf '\\033[H\\033[2J' > /dev/ttyS0");
-    ASSERT_TRUE(_guest->WaitForScreen(
-        [](const std::string& screen) { return screen.find_first_not_of('\n') == std::string::npos; }, 10))
+    ASSERT_TRUE(
+        _guest->WaitForScreen([](const std::string& screen)
+                              { return screen.find_first_not_of('\n') == std::string::npos; },
+                              10))
         << _guest->Screen();
     _guest->StartOnConsole(commandLine, WorkDir());
     _running = true;
@@ -160,7 +165,8 @@ std::vector<std::string> GuestSuite::LogMessages() const
         const size_t first = line.find("\t|\t");
         const size_t second = first == std::string::npos ? first : line.find("\t|\t", first + 3);
         if (second != std::string::npos)
-            messages.push_back(line.substr(first + 3, second - first - 3) + " " + line.substr(second + 3));
+            messages.push_back(line.substr(first + 3, second - first - 3) + " " +
+                               line.substr(second + 3));
     }
     return messages;
 }
@@ -202,8 +208,9 @@ void GuestSuite::Settle() const
 
 bool GuestSuite::WaitGone(const std::string& text, int timeoutSec) const
 {
-    return _guest->WaitForScreen(
-        [&](const std::string& screen) { return screen.find(text) == std::string::npos; }, timeoutSec);
+    return _guest->WaitForScreen([&](const std::string& screen)
+                                 { return screen.find(text) == std::string::npos; },
+                                 timeoutSec);
 }
 
 } // namespace ScreenTest

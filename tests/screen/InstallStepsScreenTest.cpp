@@ -1,0 +1,256 @@
+// The partition, package and installation steps on the sandbox console, one
+// after the other on one 16 GiB disk as an installation would take them: the
+// blank disk is refused by a plain installation, formatted after "y", then a
+// package is chosen and installed. The tests run in order and share the disk.
+#include "ScreenTest.h"
+#include "SparseImage.h"
+#include "TempDir.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+using namespace ScreenTest;
+
+namespace
+{
+
+const std::string Bottom = "<ESC> return to the main menu";
+const std::string SamplePackage = "/mnt/USB/Packages/Vidorama_12.05.01.3456.tar.gz";
+
+class InstallSteps : public GuestSuite
+{
+protected:
+    static std::unique_ptr<Sandbox::TempDir> _images;
+    static std::unique_ptr<Sandbox::SparseImage> _disk;
+
+    static void SetUpTestSuite()
+    {
+        _images = std::make_unique<Sandbox::TempDir>("/tmp/wizard-installsteps-");
+        _disk = std::make_unique<Sandbox::SparseImage>(_images->Path() + "/disk.img", 16ULL << 30);
+        auto options = SuiteDefaults();
+        options.disks.push_back(_disk->Path());
+        // The key's packages, built the same way as for the demo; the mount
+        // points the installation uses.
+        options.setupScript +=
+            std::string(WIZARD_SOURCE_DIR) +
+            "/scripts/make-sample-packages.sh /mnt/USB/Packages --linux 12.05.01.3456 "
+            "--linux 12.06.02.3501 --dos 120501 >/dev/null\n"
+            "mkdir -p /mnt/DOS /mnt/SYS\n";
+        StartGuest(options);
+    }
+
+    static void TearDownTestSuite()
+    {
+        GuestSuite::TearDownTestSuite();
+        _disk.reset();
+        _images.reset();
+    }
+
+    std::string Result() const
+    {
+        std::ifstream in(HostWorkDir() + "/result.txt");
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+
+    bool Logged(const std::string& message) const
+    {
+        const auto messages = LogMessages();
+        return std::find(messages.begin(), messages.end(), message) != messages.end();
+    }
+
+    std::string GuestOutput(const std::string& command) { return Guest().Run(command).output; }
+};
+
+std::unique_ptr<Sandbox::TempDir> InstallSteps::_images;
+std::unique_ptr<Sandbox::SparseImage> InstallSteps::_disk;
+
+} // namespace
+
+TEST_F(InstallSteps, APlainInstallationRefusesABlankDisk)
+{
+    Start(Program("InstallStepsProgram") + " partition plain");
+    ASSERT_TRUE(WaitFor("Disk not ready for installation!")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 5), "     Disk not ready for installation!");
+    EXPECT_EQ(Row(screen, 6), "     Choose \"Format and Install Vidorama\" in the main menu.");
+    EXPECT_NE(screen.find(Bottom), std::string::npos) << screen;
+    EXPECT_NE(screen.find("Disk partitions"), std::string::npos) << screen;
+    // Only Escape leaves.
+    Keys({"Enter", "y"});
+    Settle();
+    EXPECT_TRUE(WaitFor("Disk not ready for installation!", 2));
+    Keys({"Escape"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0 plan 100001111 keep 0\n");
+}
+
+TEST_F(InstallSteps, AFormatIsRefusedWhenNotStartedFromTheKey)
+{
+    SetKernelCommandLine(DiskCmdline);
+    Start(Program("InstallStepsProgram") + " partition format");
+    ASSERT_TRUE(WaitFor("Disk not correctly prepared for installation!")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 5), "     Disk not correctly prepared for installation!");
+    EXPECT_EQ(Row(screen, 6), "     Please reboot the server and retry installation of Vidorama.");
+    Keys({"Escape"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_TRUE(Logged("3 Format must be executed from the USB key")) << Log();
+    EXPECT_EQ(Result(), "run 0 plan 100001111 keep 0\n");
+    EXPECT_EQ(GuestOutput("parted -s /dev/vda print 2>&1 | grep -c 'Partition Table: unknown'"),
+              "1\n");
+}
+
+TEST_F(InstallSteps, NoToThePlanChangesNothing)
+{
+    Start(Program("InstallStepsProgram") + " partition format");
+    ASSERT_TRUE(WaitFor("Continue? (y/n)")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 3),
+              "     The Linux partition will be formatted. All the data will be lost.");
+    EXPECT_EQ(Row(screen, 4),
+              "     If you want to keep them, backup them before to proceed to the format.");
+    EXPECT_EQ(Row(screen, 5), "     Continue? (y/n)");
+    Keys({"x", "Enter", "n"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0 plan 100001111 keep 0\n");
+    const auto messages = LogMessages();
+    const std::vector<std::string> expected = {"0 TODO : Create a msdos partitions table",
+                                               "0 TODO : Create a FAT16 partition",
+                                               "0 TODO : Set the FAT16 partition bootable",
+                                               "0 TODO : Create a EXT4 partition",
+                                               "0 TODO : Create a Linux Swap partition",
+                                               "0 Cancel partitions operations",
+                                               "0 Cancel format and install"};
+    ASSERT_GE(messages.size(), expected.size()) << Log();
+    EXPECT_EQ(std::vector<std::string>(messages.end() - static_cast<long>(expected.size()),
+                                       messages.end()),
+              expected);
+    EXPECT_EQ(GuestOutput("parted -s /dev/vda print 2>&1 | grep -c 'Partition Table: unknown'"),
+              "1\n");
+}
+
+TEST_F(InstallSteps, YesFormatsTheDiskBehindTheProgressPopup)
+{
+    Start(Program("InstallStepsProgram") + " partition format");
+    ASSERT_TRUE(WaitFor("Continue? (y/n)")) << Screen();
+    Keys({"y"});
+    EXPECT_TRUE(WaitFor("Disk partitioning", 60)) << Screen();
+    ASSERT_EQ(WaitExit(600).value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 plan 100001111 keep 0\n") << Log();
+    EXPECT_TRUE(Logged("0 Perform a format and install")) << Log();
+
+    EXPECT_EQ(GuestOutput("blkid -o value -s LABEL /dev/vda1 /dev/vda2 /dev/vda3"),
+              "DOS\nLINUX\nSWAP\n");
+    EXPECT_EQ(GuestOutput("parted -m -s /dev/vda unit s print | sed -n '3p' | cut -d: -f4,5,7"),
+              "4096513s:fat16:boot;\n");
+    // syslinux leaves the DOS partition unmounted.
+    EXPECT_EQ(
+        GuestOutput("mount -t vfat /dev/vda1 /mnt/DOS && cmp /mnt/DOS/boot/syslinux/syslinux.cfg "
+                    "/mnt/USB/data/bootLinux.config && echo same; umount /mnt/DOS"),
+        "same\n");
+    EXPECT_EQ(GuestOutput("cmp -n 440 /dev/vda /usr/share/syslinux/mbr.bin && echo same"),
+              "same\n");
+}
+
+TEST_F(InstallSteps, APlainInstallationTakesThePreparedDiskWithoutAScreen)
+{
+    Start(Program("InstallStepsProgram") + " partition plain");
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 plan 000000000 keep 0\n");
+}
+
+TEST_F(InstallSteps, ThePackagesOfTheKeyHighestFirst)
+{
+    Start(Program("InstallStepsProgram") + " package escape 1");
+    ASSERT_TRUE(WaitFor("Select the package to install:")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("Available packages"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("<ESC> return to the main menu, <ENTER> to select the package"),
+              std::string::npos)
+        << screen;
+    // Two Linux versions and the DOS one with the same version, in list order.
+    const auto rows = Rows(screen);
+    std::vector<std::string> lines;
+    for (const auto& row : rows)
+        if (row.find("Vidorama ") != std::string::npos)
+            lines.push_back(row.substr(row.find_first_not_of(' ')));
+    EXPECT_EQ(lines, (std::vector<std::string>{"> Vidorama 12.06.02", "Vidorama 12.05.01",
+                                               "Vidorama 12.05.01"}))
+        << screen;
+    Keys({"Escape"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0 package none\n");
+    EXPECT_TRUE(Logged("0 No package selected!")) << Log();
+}
+
+TEST_F(InstallSteps, AfterAFormatThePackageMustBeChosen)
+{
+    Start(Program("InstallStepsProgram") + " package noescape 1");
+    ASSERT_TRUE(WaitFor("Select the package to install:")) << Screen();
+    EXPECT_NE(Screen().find("<ENTER> to select the package"), std::string::npos);
+    EXPECT_EQ(Screen().find("<ESC>"), std::string::npos) << Screen();
+    Keys({"Escape", "1", "Down"});
+    Settle();
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 package " + SamplePackage + "\n");
+    EXPECT_TRUE(Logged("0 Selected package: Vidorama 12.05.01.3456")) << Log();
+}
+
+TEST_F(InstallSteps, AnEmptyPackageDirectoryEndsAtOnce)
+{
+    RunInGuest("mv /mnt/USB/Packages /mnt/USB/Packages.away && mkdir /mnt/USB/Packages");
+    Start(Program("InstallStepsProgram") + " package escape 1");
+    const auto status = WaitExit();
+    RunInGuest("rmdir /mnt/USB/Packages && mv /mnt/USB/Packages.away /mnt/USB/Packages");
+    ASSERT_EQ(status.value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0 package none\n");
+    EXPECT_TRUE(Logged("0 No package selected!")) << Log();
+}
+
+TEST_F(InstallSteps, TheChosenPackageIsInstalledAndBootsByDefault)
+{
+    Start(Program("InstallStepsProgram") + " install " + SamplePackage);
+    ASSERT_EQ(WaitExit(300).value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1\n") << Log();
+    EXPECT_TRUE(Logged("0 Installation succeed!")) << Log();
+    const auto messages = LogMessages();
+    EXPECT_TRUE(std::any_of(messages.begin(), messages.end(),
+                            [](const std::string& line)
+                            { return line.rfind("3 Syslinux change default entry -> ", 0) == 0; }))
+        << Log();
+    EXPECT_EQ(GuestOutput("readlink /mnt/SYS/Versions/current"),
+              "/mnt/SYS/Versions/12.05.01.3456\n");
+}
+
+TEST_F(InstallSteps, NoToOverwritingLeavesWithoutPopupOrPrompt)
+{
+    Start(Program("InstallStepsProgram") + " install " + SamplePackage);
+    ASSERT_TRUE(WaitFor("Package already installed, overwrite existing installation (y/n) ?"))
+        << Screen();
+    Keys({"x", "n"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_TRUE(Logged("0 Cancel installation")) << Log();
+    EXPECT_FALSE(Logged("0 Installation succeed!")) << Log();
+}
+
+TEST_F(InstallSteps, AFailureIsNamedAndHeldUntilEnter)
+{
+    RunInGuest("mkdir -p /var/tmp/broken && head -c 4096 /dev/urandom > "
+               "/var/tmp/broken/Vidorama_12.07.01.1.tar.gz");
+    Start(Program("InstallStepsProgram") + " install /var/tmp/broken/Vidorama_12.07.01.1.tar.gz");
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    EXPECT_NE(Screen().find("Cannot determine available space for installation of Vidorama"),
+              std::string::npos)
+        << Screen();
+    Keys({"Escape"});
+    Settle();
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_TRUE(Logged("3 Installation failed! No available disk space.")) << Log();
+}
