@@ -19,9 +19,6 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,6 +28,7 @@ namespace
 using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 using Kel::ZarnLinuxTools::DiskDiagnostics;
+using Sandbox::BlockDeviceBytes;
 using Sandbox::InSandbox;
 using Sandbox::ReadFile;
 using Sandbox::Shell;
@@ -56,22 +54,6 @@ const std::string TopConfiguration = SysVersions + "/boot/syslinux/syslinux.cfg"
 
 const char* const JsonManifest =
     "{\"name\": \"Vidorama\", \"version\": \"%s\", \"revision\": \"%s\"}";
-
-std::uint64_t DeviceBytes(const char* device)
-{
-    const int descriptor = ::open(device, O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
-    {
-        return 0;
-    }
-    std::uint64_t bytes = 0;
-    if (::ioctl(descriptor, BLKGETSIZE64, &bytes) != 0)
-    {
-        bytes = 0;
-    }
-    ::close(descriptor);
-    return bytes;
-}
 
 bool IsMountedOn(const std::string& device, const std::string& directory)
 {
@@ -146,7 +128,8 @@ protected:
             problem = "runs only inside the sandbox guest";
             return;
         }
-        if (DeviceBytes(Disk) != DiskBytes || DeviceBytes(TablelessDisk) != TablelessDiskBytes)
+        if (BlockDeviceBytes(Disk) != DiskBytes ||
+            BlockDeviceBytes(TablelessDisk) != TablelessDiskBytes)
         {
             problem = "the scratch disks are not the expected images";
             return;

@@ -5,6 +5,9 @@
 #include <fstream>
 #include <iterator>
 
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace Sandbox
@@ -46,6 +49,22 @@ bool WriteFile(const std::string& path, const std::string& text)
     output << text;
     output.close();
     return !output.fail();
+}
+
+std::uint64_t BlockDeviceBytes(const char* device)
+{
+    const int descriptor = ::open(device, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+    {
+        return 0;
+    }
+    std::uint64_t bytes = 0;
+    if (::ioctl(descriptor, BLKGETSIZE64, &bytes) != 0)
+    {
+        bytes = 0;
+    }
+    ::close(descriptor);
+    return bytes;
 }
 
 } // namespace Sandbox

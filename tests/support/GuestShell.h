@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace Sandbox
@@ -27,5 +28,9 @@ std::string ReadFile(const std::string& path);
 
 // Replaces the file with text; false when it cannot be written.
 bool WriteFile(const std::string& path, const std::string& text);
+
+// The size of a block device in bytes; 0 when it cannot be asked. Tests check
+// it before they touch a disk, so that only their own scratch images are used.
+std::uint64_t BlockDeviceBytes(const char* device);
 
 } // namespace Sandbox

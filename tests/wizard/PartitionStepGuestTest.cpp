@@ -20,9 +20,6 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +31,7 @@ using Kel::Vidorama::InstallerWizard::PartitionStep;
 using Kel::ZarnLinuxTools::Disk;
 using Kel::ZarnLinuxTools::DiskDiagnostics;
 using Kel::ZarnLinuxTools::Partition;
+using Sandbox::BlockDeviceBytes;
 using Sandbox::InSandbox;
 using Sandbox::ReadFile;
 using Sandbox::Shell;
@@ -48,29 +46,13 @@ const std::uint64_t SmallBytes = 3ull << 30;
 const char* const IdentityTool = "/var/tmp/identity";
 const char* const DataDirectory = "/mnt/USB/data/";
 
-std::uint64_t DeviceBytes(const char* device)
-{
-    const int descriptor = ::open(device, O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
-    {
-        return 0;
-    }
-    std::uint64_t bytes = 0;
-    if (::ioctl(descriptor, BLKGETSIZE64, &bytes) != 0)
-    {
-        bytes = 0;
-    }
-    ::close(descriptor);
-    return bytes;
-}
-
 std::shared_ptr<Disk> DiskRecord(const char* path)
 {
     auto disk = std::make_shared<Disk>();
     disk->path = path;
     disk->sectorSize = 512;
-    disk->sectorCount = static_cast<int64_t>(DeviceBytes(path) / 512);
-    disk->size = static_cast<int64_t>(DeviceBytes(path));
+    disk->sectorCount = static_cast<int64_t>(BlockDeviceBytes(path) / 512);
+    disk->size = static_cast<int64_t>(BlockDeviceBytes(path));
     return disk;
 }
 
@@ -137,7 +119,7 @@ protected:
             problem = "runs only inside the sandbox guest";
             return;
         }
-        if (DeviceBytes(LargeDisk) != LargeBytes || DeviceBytes(SmallDisk) != SmallBytes)
+        if (BlockDeviceBytes(LargeDisk) != LargeBytes || BlockDeviceBytes(SmallDisk) != SmallBytes)
         {
             problem = "the scratch disks are not the expected images";
             return;
