@@ -59,8 +59,9 @@ public:
     bool Save();
 
     // Runs the installed system's network update script with "start" as root,
-    // its output going to output. False when the script is missing.
-    bool UpdateNetworkConfiguration(std::ostream& output);
+    // its output going to output. False when the script is missing. Needs no
+    // augeas handle, so that the script can run before the files are loaded.
+    static bool UpdateNetworkConfiguration(std::ostream& output);
 
     static bool ValidateIpAddress(const char* text);
     static bool ValidateNetMask(const char* text);

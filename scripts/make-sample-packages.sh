@@ -78,8 +78,10 @@ iface pc_lan_1 inet static
     netmask 255.255.255.0
     gateway 192.168.1.254
 NET
-  echo vidorama > "$payload/etc/hostname"
-  printf '127.0.0.1\tlocalhost\n127.0.1.1\tvidorama\n' > "$payload/etc/hosts"
+  # A fresh image carries the product name; the wizard proposes a per-server
+  # name made from it and the serial number.
+  echo Vidorama > "$payload/etc/hostname"
+  printf '127.0.0.1\tlocalhost\n127.0.1.1\tVidorama\n' > "$payload/etc/hosts"
   printf 'nameserver 192.168.1.254\nsearch example.com\n' > "$payload/etc/resolv.conf"
   cat > "$payload/etc/init.d/S38UpdateNetworkSettings.sh" <<'UPD'
 #!/bin/sh

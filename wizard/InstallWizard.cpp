@@ -16,7 +16,9 @@ namespace {
 // Operation codes of the main menu.
 enum Operation
 {
+    InstallWithoutFormat = 0,
     StartVersion = 1,
+    FormatAndInstall = 2,
     HardwareMaintenance = 8,
     ResetBiosSettings = 9,
     ExitToShell = 10,
@@ -29,8 +31,10 @@ enum Operation
 
 InstallWizard::InstallWizard()
     : _eepromReader(GetDriversPath(), GetUcodeZarnPath(), (std::string(GetExePath()) + "EepromReader").c_str()),
+      _partitionStep(_eepromReader),
       _contactsStep("Contacts", (std::string(GetDataPath()) + "contacts.txt").c_str()),
-      _licensesStep("Licenses", (std::string(GetDataPath()) + "licenses.txt").c_str())
+      _licensesStep("Licenses", (std::string(GetDataPath()) + "licenses.txt").c_str()),
+      _networkStep(_eepromReader)
 {
     // The main menu offers only what this machine and this key can do.
     _startStep.SetHardwareMaintenanceAvailable(_hwMaintenanceStep.GetToolCount() > 0);
@@ -56,6 +60,7 @@ void InstallWizard::ApplyOptions(const CommandLineOptions& options)
     _startStep.SetRunningFromUsbKey(options.runningFromUsbKey);
     _startStep.SetTimer(options.timer);
     _startStep.SetShowRevisions(options.showRevisions);
+    _packageStep.SetShowRevisions(options.showRevisions);
     _startStep.SetMessage(options.message.c_str());
 }
 
@@ -68,6 +73,14 @@ int InstallWizard::Start()
 
         switch (_startStep.GetSelection())
         {
+        case InstallWithoutFormat:
+            if (InstallVidorama(false))
+                return 2;
+            break;
+        case FormatAndInstall:
+            if (InstallVidorama(true))
+                return 2;
+            break;
         case StartVersion:
             clear();
             refresh();
@@ -101,6 +114,53 @@ int InstallWizard::Start()
             break;
         }
     }
+}
+
+bool InstallWizard::InstallVidorama(bool format)
+{
+    const char* title = format ? "Format and Install Vidorama" : "Install Vidorama";
+    _hardwareCheckStep.SetTitle(title);
+    _selectDiskStep.SetTitle(title);
+    _partitionStep.SetTitle(title);
+    _packageStep.SetTitle(title);
+    _installStep.SetTitle(title);
+    _biosStep.SetTitle(title);
+    _networkStep.SetTitle(title);
+
+    bool ok = _hardwareCheckStep.Run();
+    if (ok)
+        ok = _selectDiskStep.Run();
+
+    // Handed over even after a cancelled selection; unused then.
+    _partitionStep.SetDisk(_selectDiskStep.GetDisk());
+    _partitionStep.SetFormatRequested(format);
+    if (ok)
+        ok = _partitionStep.Run();
+
+    // A freshly formatted disk must not be left without a version.
+    _packageStep.SetEscapeAllowed(!format);
+    if (!ok || !_packageStep.Run())
+        return false;
+
+    _installStep.SetPackage(_packageStep.GetPackage());
+    _installStep.SetDisk(_selectDiskStep.GetDisk());
+    _networkStep.SetPackage(_packageStep.GetPackage());
+    _networkStep.SetDisk(_selectDiskStep.GetDisk());
+    if (!_installStep.Run())
+        return false;
+
+    if (format && _biosStep.IsAvailable())
+    {
+        // A failed BIOS load is shown by the step; the installation goes on.
+        _biosStep.SetWithinInstallation(true);
+        _biosStep.Run();
+    }
+
+    if (!_networkStep.Run())
+        return false;
+
+    SystemTools::Reboot();
+    return true;
 }
 
 bool InstallWizard::ResetBios()

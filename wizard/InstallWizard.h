@@ -5,6 +5,10 @@
 #include "EepromReader.h"
 #include "HWMaintenanceStep.h"
 #include "HardwareCheckStep.h"
+#include "InstallStep.h"
+#include "NetworkStep.h"
+#include "PackageStep.h"
+#include "PartitionStep.h"
 #include "SelectDiskStep.h"
 #include "StartStep.h"
 #include "TextStep.h"
@@ -39,6 +43,9 @@ public:
     static const char* GetDriversPath();
     static const char* GetUcodeZarnPath();
 
+    // The whole installation chain; format also repartitions the disk. True
+    // only when the chain ended and the restart request failed.
+    bool InstallVidorama(bool format);
     // Loads BIOS settings from the main menu and restarts after success.
     bool ResetBios();
 
@@ -48,10 +55,14 @@ private:
     // Built once, in this order, and reused for every visit of the main loop.
     InstallerLib::EepromReader _eepromReader;
     StartStep _startStep;
+    PackageStep _packageStep;
     HardwareCheckStep _hardwareCheckStep;
     SelectDiskStep _selectDiskStep;
+    PartitionStep _partitionStep;
+    InstallStep _installStep;
     TextStep _contactsStep;
     TextStep _licensesStep;
+    NetworkStep _networkStep;
     BiosStep _biosStep;
     HWMaintenanceStep _hwMaintenanceStep;
 };

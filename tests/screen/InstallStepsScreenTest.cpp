@@ -87,6 +87,22 @@ TEST_F(InstallSteps, APlainInstallationRefusesABlankDisk)
     EXPECT_EQ(Result(), "run 0 plan 100001111 keep 0\n");
 }
 
+TEST_F(InstallSteps, InstallingOnABlankDiskFindsNoDestination)
+{
+    Start(Program("InstallStepsProgram") + " install " + SamplePackage);
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("Package installation failed!"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("Disk /dev/vda not accessible for installation!"), std::string::npos)
+        << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_TRUE(Logged("3 Installation failed! Destination not ready.")) << Log();
+    EXPECT_EQ(GuestOutput("parted -s /dev/vda print 2>&1 | grep -c 'Partition Table: unknown'"),
+              "1\n");
+}
+
 TEST_F(InstallSteps, AFormatIsRefusedWhenNotStartedFromTheKey)
 {
     SetKernelCommandLine(DiskCmdline);
@@ -253,4 +269,51 @@ TEST_F(InstallSteps, AFailureIsNamedAndHeldUntilEnter)
     ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
     EXPECT_EQ(Result(), "run 0\n");
     EXPECT_TRUE(Logged("3 Installation failed! No available disk space.")) << Log();
+}
+
+TEST_F(InstallSteps, ADosPackageNeedsAPreviousDosInstallation)
+{
+    Start(Program("InstallStepsProgram") + " install /mnt/USB/Packages/120501.zip");
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    EXPECT_NE(Screen().find("No previous installation of Vidorama 14 or older found!"),
+              std::string::npos)
+        << Screen();
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_TRUE(Logged("3 Installation failed! No previous vidorama dos installation found."))
+        << Log();
+}
+
+TEST_F(InstallSteps, APackageWithoutInstallerIsInvalid)
+{
+    RunInGuest("rm -rf /var/tmp/noinstaller && mkdir -p /var/tmp/noinstaller/payload && "
+               "echo data > /var/tmp/noinstaller/payload/file && cd /var/tmp/noinstaller && "
+               "tar -czf Vidorama_12.08.01.1.tar.gz payload");
+    Start(Program("InstallStepsProgram") +
+          " install /var/tmp/noinstaller/Vidorama_12.08.01.1.tar.gz");
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_TRUE(Logged("3 Installation failed! Invalid package.")) << Log();
+    EXPECT_EQ(GuestOutput("ls /mnt/SYS/Versions 2>&1 | grep -c 12.08.01"), "0\n");
+}
+
+TEST_F(InstallSteps, AFailingInstallerIsReported)
+{
+    RunInGuest("rm -rf /var/tmp/failing && mkdir -p /var/tmp/failing && cd /var/tmp/failing && "
+               "printf '#!/bin/sh\\necho copying files\\nexit 3\\n' > Install.sh && "
+               "chmod 755 Install.sh && tar -czf Vidorama_12.09.01.1.tar.gz Install.sh");
+    Start(Program("InstallStepsProgram") + " install /var/tmp/failing/Vidorama_12.09.01.1.tar.gz");
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("copying files"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("Possible cause : USB key disconnected from the server."),
+              std::string::npos)
+        << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_TRUE(Logged("3 Installation failed!")) << Log();
 }

@@ -12,7 +12,7 @@ namespace Sandbox
 {
 
 BootResult BootDisk(const std::string& image, const std::vector<std::string>& expect,
-                    int timeoutSec)
+                    int timeoutSec, bool writable)
 {
     const TempDir files("/tmp/boot-disk-result-");
     const std::string serial = files.Path() + "/serial";
@@ -26,6 +26,8 @@ BootResult BootDisk(const std::string& image, const std::vector<std::string>& ex
                                      serial,
                                      "--firmware-log",
                                      firmware};
+    if (writable)
+        argv.push_back("--writable");
     for (const auto& text : expect)
         argv.insert(argv.end(), {"--expect", text});
     argv.insert(argv.end(), {"--", image});

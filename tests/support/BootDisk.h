@@ -24,7 +24,8 @@ struct BootResult
 // never written, until every text of expect has appeared on the serial port
 // or timeoutSec has passed. With expect empty the machine runs for the whole
 // time (or until it stops) and found only says that it could be started.
+// writable: what the machine writes reaches image (boot a copy then).
 BootResult BootDisk(const std::string& image, const std::vector<std::string>& expect,
-                    int timeoutSec = 120);
+                    int timeoutSec = 120, bool writable = false);
 
 } // namespace Sandbox
