@@ -5,13 +5,19 @@
 #include <fstream>
 #include <iterator>
 
-namespace Kel { namespace Vidorama { namespace InstallerLib {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerLib
+{
 
 using ZarnLinuxTools::DiskTools;
 
 std::string Bios::biosVendorPath = "/sys/class/dmi/id/bios_vendor";
 
-namespace {
+namespace
+{
 const char* const NvramDevice = "/dev/nvram";
 const char* const Rb417Vendor = "Phoenix Technologies";
 } // namespace
@@ -21,7 +27,8 @@ bool Bios::IsRb417()
     std::ifstream vendor(biosVendorPath.c_str());
     if (!vendor.is_open())
         return false;
-    const std::string text((std::istreambuf_iterator<char>(vendor)), std::istreambuf_iterator<char>());
+    const std::string text((std::istreambuf_iterator<char>(vendor)),
+                           std::istreambuf_iterator<char>());
     // At the very start only: a leading blank already means another board.
     return text.find(Rb417Vendor) == 0;
 }
@@ -46,4 +53,6 @@ bool Bios::WriteCmos(const char* path)
     return DiskTools::CopyFile(path, NvramDevice);
 }
 
-}}} // namespace Kel::Vidorama::InstallerLib
+} // namespace InstallerLib
+} // namespace Vidorama
+} // namespace Kel

@@ -2,7 +2,12 @@
 
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerLib {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerLib
+{
 
 // Which of the two supported boards the server carries, from the BIOS vendor
 // text, and the BIOS settings kept in CMOS, through the kernel's /dev/nvram.
@@ -20,4 +25,6 @@ public:
     static bool WriteCmos(const char* path);
 };
 
-}}} // namespace Kel::Vidorama::InstallerLib
+} // namespace InstallerLib
+} // namespace Vidorama
+} // namespace Kel

@@ -2,7 +2,12 @@
 
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerLib {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerLib
+{
 
 // The server's identity as the board's identity tool prints it.
 struct EepromInfo
@@ -15,4 +20,6 @@ struct EepromInfo
     bool IsVidorama14AndLessCompatible() const;
 };
 
-}}} // namespace Kel::Vidorama::InstallerLib
+} // namespace InstallerLib
+} // namespace Vidorama
+} // namespace Kel

@@ -7,7 +7,12 @@
 
 #include <sstream>
 
-namespace Kel { namespace Vidorama { namespace InstallerLib {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerLib
+{
 
 using ZarnLinuxTools::SystemTools;
 
@@ -15,7 +20,8 @@ std::atomic<bool> EepromReader::kernelLoaded(false);
 std::atomic<bool> EepromReader::eepromRead(false);
 EepromInfo EepromReader::info;
 
-namespace {
+namespace
+{
 
 // Chassis that run versions 14 and older, written exactly as the identity
 // tool prints them (trailing blanks included).
@@ -69,7 +75,8 @@ EepromInfo& EepromReader::Read()
 std::string EepromReader::Rb417TimeCodeCommand() const
 {
     // The two blanks before the redirection are part of the command as written.
-    return "insmod " + _driversPath + "drv_tcreader.ko ucodeZarnPath=\"" + _ucodeZarnPath + "\"  2>&1";
+    return "insmod " + _driversPath + "drv_tcreader.ko ucodeZarnPath=\"" + _ucodeZarnPath +
+           "\"  2>&1";
 }
 
 std::string EepromReader::Rb417ExchangeCommand() const
@@ -118,4 +125,6 @@ bool EepromReader::ReadInfos()
     return true;
 }
 
-}}} // namespace Kel::Vidorama::InstallerLib
+} // namespace InstallerLib
+} // namespace Vidorama
+} // namespace Kel

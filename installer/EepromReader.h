@@ -5,7 +5,12 @@
 #include <atomic>
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerLib {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerLib
+{
 
 // Loads the I/O board's kernel drivers and reads the board identity, at most
 // once per process; the result is kept in one process-wide record.
@@ -36,4 +41,6 @@ private:
     std::string _toolPath;
 };
 
-}}} // namespace Kel::Vidorama::InstallerLib
+} // namespace InstallerLib
+} // namespace Vidorama
+} // namespace Kel

@@ -6,7 +6,10 @@
 #include <map>
 #include <string>
 
-namespace Kel { namespace ZarnLinuxTools {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
 
 // One physical device.
 struct Disk
@@ -23,4 +26,5 @@ struct Disk
     std::map<std::string, std::string> udevProperties;
 };
 
-}} // namespace Kel::ZarnLinuxTools
+} // namespace ZarnLinuxTools
+} // namespace Kel

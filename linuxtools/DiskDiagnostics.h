@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
-namespace Kel { namespace ZarnLinuxTools {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
 
 // Every read-only question about disks, partitions, mounts and files.
 class DiskDiagnostics
@@ -36,16 +39,19 @@ public:
 void ConvertPedDisk(PedDevice* device, Disk& disk);
 void ConvertPedPartition(PedDevice* device, PedPartition* partition, Partition& result);
 
-namespace detail {
+namespace detail
+{
 // "KEY=value" lines to a map: text up to the first "=" is the key; lines
 // without "=" are skipped; a repeated key keeps its last value.
 void ParseUdevProperties(const std::string& output, std::map<std::string, std::string>& properties);
 // The mount queries on any mtab-like file (the real ones read "/etc/mtab").
 bool IsDeviceInMtab(const char* mtab, const std::string& deviceName);
 bool IsDirectoryInMtab(const char* mtab, const char* directory);
-bool IsDirectoryOnDeviceInMtab(const char* mtab, const char* directory, const std::string& deviceName);
+bool IsDirectoryOnDeviceInMtab(const char* mtab, const char* directory,
+                               const std::string& deviceName);
 // The partition's device name: disk path immediately followed by the number.
 std::string PartitionDeviceName(const char* device, int number);
 } // namespace detail
 
-}} // namespace Kel::ZarnLinuxTools
+} // namespace ZarnLinuxTools
+} // namespace Kel

@@ -4,7 +4,10 @@
 
 #include <string>
 
-namespace Kel { namespace ZarnLinuxTools {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
 
 // Every operation that changes disks and files.
 class DiskTools
@@ -29,10 +32,12 @@ public:
     static bool DeleteAllFiles(const char* directory, bool recursive);
 };
 
-namespace detail {
+namespace detail
+{
 // The mkfs command line for a type, without the device; empty for a type
 // that cannot be formatted.
 std::string FormatCommand(const char* fileSystemType, const char* label);
 } // namespace detail
 
-}} // namespace Kel::ZarnLinuxTools
+} // namespace ZarnLinuxTools
+} // namespace Kel

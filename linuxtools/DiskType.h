@@ -2,7 +2,10 @@
 
 #include <ostream>
 
-namespace Kel { namespace ZarnLinuxTools {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
 
 // The kind of a device, with libparted's device-type values.
 enum DiskType
@@ -24,4 +27,5 @@ enum DiskType
 // Writes the printed name; any other value writes nothing and sets failbit.
 std::ostream& operator<<(std::ostream& out, DiskType type);
 
-}} // namespace Kel::ZarnLinuxTools
+} // namespace ZarnLinuxTools
+} // namespace Kel

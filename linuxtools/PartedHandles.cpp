@@ -2,9 +2,15 @@
 
 #include <mutex>
 
-namespace Kel { namespace ZarnLinuxTools { namespace Parted {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
+namespace Parted
+{
 
-namespace {
+namespace
+{
 
 thread_local std::string lastMessage;
 
@@ -41,4 +47,6 @@ DevicePtr GetDevice(const char* path)
     return DevicePtr(path != nullptr ? ped_device_get(path) : nullptr);
 }
 
-}}} // namespace Kel::ZarnLinuxTools::Parted
+} // namespace Parted
+} // namespace ZarnLinuxTools
+} // namespace Kel

@@ -8,7 +8,12 @@
 #include <memory>
 #include <string>
 
-namespace Kel { namespace ZarnLinuxTools { namespace Parted {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
+namespace Parted
+{
 
 struct DeviceDeleter
 {
@@ -61,4 +66,6 @@ std::string LastExceptionMessage();
 // ped_device_get with the quiet handler in place.
 DevicePtr GetDevice(const char* path);
 
-}}} // namespace Kel::ZarnLinuxTools::Parted
+} // namespace Parted
+} // namespace ZarnLinuxTools
+} // namespace Kel

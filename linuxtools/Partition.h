@@ -3,7 +3,10 @@
 #include <cstdint>
 #include <string>
 
-namespace Kel { namespace ZarnLinuxTools {
+namespace Kel
+{
+namespace ZarnLinuxTools
+{
 
 // One partition of a disk; a partition's device name is the disk path followed
 // by the decimal number.
@@ -20,4 +23,5 @@ struct Partition
     bool reserved = false;
 };
 
-}} // namespace Kel::ZarnLinuxTools
+} // namespace ZarnLinuxTools
+} // namespace Kel

@@ -2,17 +2,19 @@
 
 #include <getopt.h>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 void CommandLineOptions::Parse(int argc, char* argv[])
 {
     static const option longOptions[] = {
-        {"maintenance", no_argument, nullptr, 'm'},
-        {"install", no_argument, nullptr, 'i'},
-        {"timer", no_argument, nullptr, 't'},
-        {"message", required_argument, nullptr, 'e'},
-        {"show-revisions", no_argument, nullptr, 'r'},
-        {nullptr, 0, nullptr, 0},
+        {"maintenance", no_argument, nullptr, 'm'},    {"install", no_argument, nullptr, 'i'},
+        {"timer", no_argument, nullptr, 't'},          {"message", required_argument, nullptr, 'e'},
+        {"show-revisions", no_argument, nullptr, 'r'}, {nullptr, 0, nullptr, 0},
     };
 
     // getopt keeps global state; 0 asks glibc for a full restart of the scan.
@@ -47,4 +49,6 @@ void CommandLineOptions::Parse(int argc, char* argv[])
     }
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -2,7 +2,12 @@
 
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // What the command line asks for. The mode flags start from the kernel command
 // line's answers and are overwritten by -m / -i; the last of them wins.
@@ -19,4 +24,6 @@ struct CommandLineOptions
     void Parse(int argc, char* argv[]);
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

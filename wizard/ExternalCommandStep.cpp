@@ -6,7 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 ExternalCommandStep::ExternalCommandStep(const char* title, const char* command,
                                          const char* workingDirectory, bool runAsRoot)
@@ -53,4 +58,6 @@ bool ExternalCommandStep::Run()
     return true;
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

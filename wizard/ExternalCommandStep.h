@@ -4,7 +4,12 @@
 
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Hands the terminal to an interactive command: leaves curses mode, runs the
 // command through the shell in a working directory, comes back.
@@ -27,4 +32,6 @@ private:
     bool _runAsRoot;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -7,11 +7,17 @@
 #include <sstream>
 #include <sys/utsname.h>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 using ZarnLinuxTools::SystemTools;
 
-namespace {
+namespace
+{
 
 // Operation codes of the main menu.
 enum Operation
@@ -30,7 +36,8 @@ enum Operation
 } // namespace
 
 InstallWizard::InstallWizard()
-    : _eepromReader(GetDriversPath(), GetUcodeZarnPath(), (std::string(GetExePath()) + "EepromReader").c_str()),
+    : _eepromReader(GetDriversPath(), GetUcodeZarnPath(),
+                    (std::string(GetExePath()) + "EepromReader").c_str()),
       _partitionStep(_eepromReader),
       _contactsStep("Contacts", (std::string(GetDataPath()) + "contacts.txt").c_str()),
       _licensesStep("Licenses", (std::string(GetDataPath()) + "licenses.txt").c_str()),
@@ -210,4 +217,6 @@ const char* InstallWizard::GetDriversPath()
     return path;
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

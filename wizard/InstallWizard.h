@@ -16,7 +16,12 @@
 
 #include <fstream>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // The application: owns every step, runs the main loop and answers the
 // run-context questions (where the program runs from, where its files are).
@@ -67,4 +72,6 @@ private:
     HWMaintenanceStep _hwMaintenanceStep;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

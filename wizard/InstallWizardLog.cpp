@@ -2,7 +2,12 @@
 
 #include <ctime>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Never closed: the stream lives to the end of the process.
 std::ofstream* InstallWizard::_log = nullptr;
@@ -24,4 +29,6 @@ void InstallWizard::log(int level, const char* message)
     *_log << stamp << "\t|\t" << level << "\t|\t" << message << std::endl;
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -4,9 +4,15 @@
 
 #include <cstring>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
-namespace {
+namespace
+{
 
 const char BootImagePrefix[] = "BOOT_IMAGE=";
 
@@ -54,4 +60,6 @@ const char* RunContext::UcodeZarnPath(bool fromDisk)
     return fromDisk ? "/mnt/APPS/const/zarn/" : "/mnt/USB/data/zarn/";
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

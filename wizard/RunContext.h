@@ -2,7 +2,12 @@
 
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Where the program runs from, decided from a kernel command line text. The
 // boot loader of an installed disk boots an image below the versions directory;
@@ -17,4 +22,6 @@ struct RunContext
     static const char* UcodeZarnPath(bool fromDisk);
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -5,14 +5,20 @@
 
 #include <sstream>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 using InstallerLib::InstallPackage;
 
 const char* const StartStep::installTitle = "Vidorama Install and Rescue";
 const char* const StartStep::bootTitle = "Vidorama Maintenance";
 
-namespace {
+namespace
+{
 
 const char* const InstallNames[] = {"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"};
 const char* const BootNames[] = {"1", "2", "3", "4", "5", "6", "7", "8", "9"};
@@ -269,4 +275,6 @@ void StartStep::DestroyWindow()
     WizardStep::DestroyWindow();
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

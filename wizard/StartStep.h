@@ -6,7 +6,12 @@
 #include <string>
 #include <vector>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // The main menu: the installation/rescue menu from the USB key, the maintenance
 // menu from an installed disk, and the "Versions" sub-menu. Leaves the chosen
@@ -83,4 +88,6 @@ private:
     bool _startVersionLabelSet = false;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -1,12 +1,19 @@
 #include "TextStep.h"
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
-namespace {
+namespace
+{
 const int Escape = 27;
 }
 
-TextStep::TextStep(const char* title, const char* filePath) : WizardStep(title, ""), _filePath(filePath)
+TextStep::TextStep(const char* title, const char* filePath)
+    : WizardStep(title, ""), _filePath(filePath)
 {
 }
 
@@ -93,4 +100,6 @@ bool TextStep::Run()
     }
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

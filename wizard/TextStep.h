@@ -6,7 +6,12 @@
 #include <string>
 #include <vector>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Shows a plain text file in the frame and scrolls it line by line.
 class TextStep : public WizardStep
@@ -28,4 +33,6 @@ private:
     std::vector<std::streampos> _linePositions;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -3,9 +3,15 @@
 #include <csignal>
 #include <curses.h>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
-namespace {
+namespace
+{
 
 // An interrupt from outside only leaves curses mode; the process goes on so that
 // an operation in progress (partitioning, installation) is never cut in half.
@@ -32,4 +38,6 @@ Wizard::~Wizard()
     endwin();
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

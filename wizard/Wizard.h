@@ -1,6 +1,11 @@
 #pragma once
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Owns the curses session for as long as the application object lives.
 class Wizard
@@ -16,4 +21,6 @@ public:
     virtual int Start() = 0;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

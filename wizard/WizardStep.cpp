@@ -2,7 +2,12 @@
 
 #include <cstring>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 WizardStep::WizardStep() : WizardStep("", "") {}
 
@@ -156,4 +161,6 @@ void WizardStep::HideProgressPopup()
     wrefresh(_contentWindow);
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -5,7 +5,12 @@
 #include <future>
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Base of every screen: a full-screen frame made of a title bar, a content
 // window and a two-line bottom help bar, plus a small centred pop-up used as
@@ -65,4 +70,6 @@ private:
     void DrawBottomText();
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

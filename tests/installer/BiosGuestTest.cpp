@@ -10,7 +10,8 @@
 
 using Kel::Vidorama::InstallerLib::Bios;
 
-namespace {
+namespace
+{
 
 std::string ReadAll(const std::string& path)
 {

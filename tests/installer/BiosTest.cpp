@@ -9,7 +9,8 @@
 
 using Kel::Vidorama::InstallerLib::Bios;
 
-namespace {
+namespace
+{
 
 class BiosVendor : public testing::Test
 {
@@ -53,8 +54,8 @@ TEST_F(BiosVendor, PhoenixAtTheVeryStartIsAnRb417)
 
 TEST_F(BiosVendor, AnyOtherMakerIsAK9Q)
 {
-    for (const char* text : {"American Megatrends Inc.\n", "SeaBIOS\n", "", "phoenix technologies\n",
-                             "Award Software, Phoenix Technologies\n"})
+    for (const char* text : {"American Megatrends Inc.\n", "SeaBIOS\n", "",
+                             "phoenix technologies\n", "Award Software, Phoenix Technologies\n"})
     {
         Vendor(text);
         EXPECT_FALSE(Bios::IsRb417()) << text;

@@ -16,7 +16,8 @@ using Kel::Vidorama::InstallerLib::Bios;
 using Kel::Vidorama::InstallerLib::EepromInfo;
 using Kel::Vidorama::InstallerLib::EepromReader;
 
-namespace {
+namespace
+{
 
 std::string ReadAll(const std::string& path)
 {
@@ -83,7 +84,8 @@ TEST_F(Identity, Rb417LoadsTheTwoModulesThenReadsTheIdentityOnce)
 TEST_F(Identity, K9QLoadsItsModule)
 {
     ASSERT_TRUE(Bios::IsK9Q());
-    EepromReader reader("/lib/modules/test/extra/", "/u/", Tool(R"({"Chassis": "PB-4U"})", 0).c_str());
+    EepromReader reader("/lib/modules/test/extra/", "/u/",
+                        Tool(R"({"Chassis": "PB-4U"})", 0).c_str());
     const EepromInfo& info = reader.Read();
     EXPECT_EQ(ReadAll("/io/events"), "insmod /lib/modules/test/extra/k9qpciedrv.ko\n");
     EXPECT_EQ(info.chassis, "PB-4U");

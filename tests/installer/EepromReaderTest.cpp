@@ -15,8 +15,8 @@ using Kel::Vidorama::InstallerLib::EepromReader;
 
 TEST(EepromInfo, TheNineChassisTextsAreCompatibleExactly)
 {
-    for (const char* chassis : {"PB-4U ", "PB-5U ", "QAmini", "QA3-4U", "QA3-6U", "PB-6U ", "PBmini",
-                                "PB3-6U", "PB3-4U"})
+    for (const char* chassis :
+         {"PB-4U ", "PB-5U ", "QAmini", "QA3-4U", "QA3-6U", "PB-6U ", "PBmini", "PB3-6U", "PB3-4U"})
     {
         EepromInfo info;
         info.chassis = chassis;
@@ -40,14 +40,16 @@ TEST(EepromInfo, AnUnknownChassisPutsNoRestriction)
 
 TEST(EepromReader, InsmodCommandsAsWritten)
 {
-    EepromReader reader("/lib/modules/6.1.0/extra/", "/mnt/USB/data/zarn/", "/mnt/USB/EepromReader");
-    EXPECT_EQ(reader.Rb417TimeCodeCommand(),
-              "insmod /lib/modules/6.1.0/extra/drv_tcreader.ko ucodeZarnPath=\"/mnt/USB/data/zarn/\"  2>&1");
+    EepromReader reader("/lib/modules/6.1.0/extra/", "/mnt/USB/data/zarn/",
+                        "/mnt/USB/EepromReader");
+    EXPECT_EQ(reader.Rb417TimeCodeCommand(), "insmod /lib/modules/6.1.0/extra/drv_tcreader.ko "
+                                             "ucodeZarnPath=\"/mnt/USB/data/zarn/\"  2>&1");
     EXPECT_EQ(reader.Rb417ExchangeCommand(), "insmod /lib/modules/6.1.0/extra/drv_xchgmem.ko 2>&1");
     EXPECT_EQ(reader.K9QCommand(), "insmod /lib/modules/6.1.0/extra/k9qpciedrv.ko 2>&1");
 }
 
-namespace {
+namespace
+{
 
 class IdentityTool : public testing::Test
 {
@@ -92,7 +94,9 @@ protected:
 
 TEST_F(IdentityTool, SerialNumberAndChassis)
 {
-    EepromReader reader("/d/", "/u/", Tool(R"({"SerialNumber": "VS-0042", "Chassis": "PB-4U ", "Other": 1})", 0).c_str());
+    EepromReader reader(
+        "/d/", "/u/",
+        Tool(R"({"SerialNumber": "VS-0042", "Chassis": "PB-4U ", "Other": 1})", 0).c_str());
     EXPECT_TRUE(reader.ReadInfos());
     EXPECT_EQ(EepromReader::info.serialNumber, "VS-0042");
     EXPECT_EQ(EepromReader::info.chassis, "PB-4U ");
@@ -102,7 +106,8 @@ TEST_F(IdentityTool, SerialNumberAndChassis)
 
 TEST_F(IdentityTool, ANumberAsSerialIsIgnored)
 {
-    EepromReader reader("/d/", "/u/", Tool(R"({"SerialNumber": 1234, "Chassis": "QA3-4U"})", 0).c_str());
+    EepromReader reader("/d/", "/u/",
+                        Tool(R"({"SerialNumber": 1234, "Chassis": "QA3-4U"})", 0).c_str());
     EXPECT_TRUE(reader.ReadInfos());
     EXPECT_EQ(EepromReader::info.serialNumber, "");
     EXPECT_EQ(EepromReader::info.chassis, "QA3-4U");

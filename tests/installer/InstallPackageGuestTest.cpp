@@ -11,7 +11,8 @@
 using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 
-namespace {
+namespace
+{
 
 bool InSandbox()
 {

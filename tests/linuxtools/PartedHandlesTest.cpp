@@ -1,8 +1,8 @@
 // libparted stays quiet: no text on the terminal, no question, while the
 // wizard owns the screen. libparted takes a regular file as a device, so this
 // runs on the host on a small blank file (read only, nothing is written).
-#include "DiskDiagnostics.h"
 #include "PartedHandles.h"
+#include "DiskDiagnostics.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,8 @@
 
 using namespace Kel::ZarnLinuxTools;
 
-namespace {
+namespace
+{
 
 class QuietParted : public testing::Test
 {
@@ -60,8 +61,8 @@ TEST_F(QuietParted, AQuestionIsAnsweredWithoutAsking)
     Parted::InstallQuietExceptionHandler();
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const PedExceptionOption question =
-        ped_exception_throw(PED_EXCEPTION_ERROR, PED_EXCEPTION_IGNORE_CANCEL, "%s", "Ignore or cancel?");
+    const PedExceptionOption question = ped_exception_throw(
+        PED_EXCEPTION_ERROR, PED_EXCEPTION_IGNORE_CANCEL, "%s", "Ignore or cancel?");
     const PedExceptionOption notice =
         ped_exception_throw(PED_EXCEPTION_WARNING, PED_EXCEPTION_OK, "%s", "Just so you know");
     const std::string out = testing::internal::GetCapturedStdout();

@@ -12,7 +12,8 @@
 
 using Kel::ZarnLinuxTools::SystemTools;
 
-namespace {
+namespace
+{
 
 bool InSandbox()
 {
@@ -30,7 +31,8 @@ protected:
 
 TEST_F(SystemToolsInGuest, KernelCommandLineIsTheFirstLineOfProcCmdline)
 {
-    EXPECT_STREQ(SystemTools::GetKernelCommandLine(), "BOOT_IMAGE=/Versions/12.05.01.3456/vmlinuz quiet");
+    EXPECT_STREQ(SystemTools::GetKernelCommandLine(),
+                 "BOOT_IMAGE=/Versions/12.05.01.3456/vmlinuz quiet");
 }
 
 TEST_F(SystemToolsInGuest, KernelCommandLineKeepsItsValueWhenProcCmdlineCannotBeOpened)
@@ -41,7 +43,8 @@ TEST_F(SystemToolsInGuest, KernelCommandLineKeepsItsValueWhenProcCmdlineCannotBe
     {
         const std::string before = SystemTools::GetKernelCommandLine();
         // A private mount namespace: an empty /proc for this child only.
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             _exit(10);
         if (mount("none", "/proc", "tmpfs", 0, "") != 0)
             _exit(11);

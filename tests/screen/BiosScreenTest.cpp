@@ -10,7 +10,8 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 const int FirstMenuRow = 5;
 const int BottomRow = 23;
@@ -39,7 +40,8 @@ std::string Trimmed(const std::string& text)
 
 std::string Centered(const std::string& text)
 {
-    return std::string(static_cast<size_t>(2 + (76 - static_cast<int>(text.size())) / 2), ' ') + text;
+    return std::string(static_cast<size_t>(2 + (76 - static_cast<int>(text.size())) / 2), ' ') +
+           text;
 }
 
 std::string MenuRow(bool current, const std::string& name, const std::string& text)
@@ -71,7 +73,8 @@ protected:
     {
         GuestSuite::SetUp();
         // Every test starts with the board's own CMOS and no settings files.
-        RunInGuest("printf '" + Escaped(CmosBefore) + "' > /dev/nvram && rm -f /mnt/USB/data/rb417*.bios");
+        RunInGuest("printf '" + Escaped(CmosBefore) +
+                   "' > /dev/nvram && rm -f /mnt/USB/data/rb417*.bios");
     }
 
     static std::string Escaped(const std::string& text)
@@ -114,10 +117,14 @@ protected:
 
     void ExpectSettingsMenu(const std::string& screen, int current)
     {
-        EXPECT_EQ(Row(screen, SettingsRow), MenuRow(current == 0, "1", "Default settings (720x400)")) << screen;
-        EXPECT_EQ(Row(screen, SettingsRow + 1), MenuRow(current == 1, "2", "Enhanced settings (1024x768)"))
+        EXPECT_EQ(Row(screen, SettingsRow),
+                  MenuRow(current == 0, "1", "Default settings (720x400)"))
             << screen;
-        EXPECT_EQ(Row(screen, HelpRow), Trimmed(std::string(21, ' ') + (current == 0 ? LegacyHelp : SvgaHelp)))
+        EXPECT_EQ(Row(screen, SettingsRow + 1),
+                  MenuRow(current == 1, "2", "Enhanced settings (1024x768)"))
+            << screen;
+        EXPECT_EQ(Row(screen, HelpRow),
+                  Trimmed(std::string(21, ' ') + (current == 0 ? LegacyHelp : SvgaHelp)))
             << screen;
     }
 
@@ -141,9 +148,15 @@ TEST_F(BiosFromMainMenu, MainMenuOffersTheResetOnAnRb417)
 {
     Start(Wizard());
     ASSERT_TRUE(WaitFor("Reset bios (RB417 only)")) << Screen();
-    const std::vector<std::string> items = {
-        "Install Vidorama", "Format and Install Vidorama", "Versions", "Clear configuration lines",
-        "Reset bios (RB417 only)", "Exit to shell", "Support contact", "Licenses", "Shutdown"};
+    const std::vector<std::string> items = {"Install Vidorama",
+                                            "Format and Install Vidorama",
+                                            "Versions",
+                                            "Clear configuration lines",
+                                            "Reset bios (RB417 only)",
+                                            "Exit to shell",
+                                            "Support contact",
+                                            "Licenses",
+                                            "Shutdown"};
     const std::string screen = Screen();
     for (size_t i = 0; i < items.size(); ++i)
         EXPECT_EQ(Row(screen, FirstMenuRow + static_cast<int>(i)),
@@ -158,10 +171,13 @@ TEST_F(BiosFromMainMenu, TheScreenAndItsHelpFollowingTheHighlight)
     OpenFromMainMenu();
     std::string screen = Screen();
     EXPECT_EQ(Row(screen, 1), Centered("Reset Bios")) << screen;
-    EXPECT_EQ(Row(screen, 6), "     As part of the BIOS load, you may select one of two VGA settings:") << screen;
+    EXPECT_EQ(Row(screen, 6),
+              "     As part of the BIOS load, you may select one of two VGA settings:")
+        << screen;
     EXPECT_EQ(Row(screen, 3), "") << screen;
     EXPECT_EQ(Row(screen, 4), "") << screen;
-    EXPECT_EQ(Row(screen, BottomRow), "  <ESC> return to the main menu, <ENTER> or number to select the settings")
+    EXPECT_EQ(Row(screen, BottomRow),
+              "  <ESC> return to the main menu, <ENTER> or number to select the settings")
         << screen;
     ExpectSettingsMenu(screen, 0);
 
@@ -183,8 +199,9 @@ TEST_F(BiosFromMainMenu, TheScreenAndItsHelpFollowingTheHighlight)
     EXPECT_EQ(Cmos(), CmosBefore);
     Keys({"6"});
     ASSERT_TRUE(WaitExit().has_value());
-    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 StartStep selected item: 9",
-                                                       "0 StartStep selected item: 10"}))
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "0 StartStep selected item: 9",
+                                        "0 StartStep selected item: 10"}))
         << Log();
 }
 
@@ -194,7 +211,9 @@ TEST_F(BiosFromMainMenu, AMissingSettingsFileIsReportedAndTheMenuComesBack)
     Keys({"1"});
     ASSERT_TRUE(WaitFor("Error during bios settings reset!")) << Screen();
     const std::string screen = Screen();
-    EXPECT_NE(Row(screen, PopupRow).find("x Error during bios settings reset! x"), std::string::npos) << screen;
+    EXPECT_NE(Row(screen, PopupRow).find("x Error during bios settings reset! x"),
+              std::string::npos)
+        << screen;
     EXPECT_EQ(Row(screen, BottomRow), "  <ENTER> return to the main menu") << screen;
     EXPECT_TRUE(WaitForLog("3 Error writing cmos settings", 5)) << Log();
     Keys({"Escape", "1"});
@@ -214,7 +233,8 @@ TEST_F(BiosFromMainMenu, WithinInstallationEscapeIsNotOffered)
     ASSERT_TRUE(WaitFor(Trimmed(LegacyHelp))) << Screen();
     const std::string screen = Screen();
     EXPECT_EQ(Row(screen, 1), Centered("Format and Install Vidorama")) << screen;
-    EXPECT_EQ(Row(screen, 3), "     The system needs to change the BIOS to ensure valid settings") << screen;
+    EXPECT_EQ(Row(screen, 3), "     The system needs to change the BIOS to ensure valid settings")
+        << screen;
     EXPECT_EQ(Row(screen, 4), "     for this version of Vidorama.") << screen;
     EXPECT_EQ(Row(screen, BottomRow), "  <ENTER> or number to select the settings") << screen;
     Keys({"Escape"});
@@ -237,7 +257,8 @@ TEST_F(BiosFromMainMenu, WithinInstallationAFailureAsksToContinue)
     Keys({"Enter"});
     ASSERT_TRUE(WaitExit().has_value()) << Screen();
     EXPECT_EQ(Result(), "run 0 selection 1\n");
-    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "3 Error writing cmos settings"}))
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "3 Error writing cmos settings"}))
         << Log();
 }
 

@@ -12,7 +12,8 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 const int WarningRow = 7;
 const int HeadingRow = 5;
@@ -29,7 +30,8 @@ const std::string BoardWarning = "Incompatible Zarn board to install Vidorama";
 
 std::string Centered(const std::string& text)
 {
-    return std::string(static_cast<size_t>(2 + (76 - static_cast<int>(text.size())) / 2), ' ') + text;
+    return std::string(static_cast<size_t>(2 + (76 - static_cast<int>(text.size())) / 2), ' ') +
+           text;
 }
 
 void Pause(int milliseconds)
@@ -56,7 +58,8 @@ protected:
         }
         if (usbDisk)
         {
-            _disks.push_back(std::make_unique<Sandbox::SparseImage>(_images->Path() + "/usb.img", 64ULL << 20));
+            _disks.push_back(
+                std::make_unique<Sandbox::SparseImage>(_images->Path() + "/usb.img", 64ULL << 20));
             options.usbDisks.push_back(_disks.back()->Path());
         }
         StartGuest(options);
@@ -169,13 +172,15 @@ TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
     const std::string screen = Screen();
     EXPECT_EQ(Row(screen, 1), Centered("Select Disk")) << screen;
     // The disks come in the order the disk library lists them; the first is highlighted.
-    const std::string first = Row(screen, FirstMenuRow).find("/dev/vda") != std::string::npos ? "/dev/vda" : "/dev/vdb";
+    const std::string first =
+        Row(screen, FirstMenuRow).find("/dev/vda") != std::string::npos ? "/dev/vda" : "/dev/vdb";
     const std::string second = first == "/dev/vda" ? "/dev/vdb" : "/dev/vda";
     EXPECT_EQ(Row(screen, FirstMenuRow), DiskRow(true, first, VirtioModel)) << screen;
     EXPECT_EQ(Row(screen, FirstMenuRow + 1), DiskRow(false, second, VirtioModel)) << screen;
     EXPECT_EQ(Row(screen, FirstMenuRow + 2), "") << screen;
     EXPECT_EQ(screen.find("/dev/sda"), std::string::npos) << screen;
-    EXPECT_EQ(Row(screen, BottomRow), "  <ESC> return to the main menu, <ENTER> to select the disk") << screen;
+    EXPECT_EQ(Row(screen, BottomRow), "  <ESC> return to the main menu, <ENTER> to select the disk")
+        << screen;
 
     // Keys other than the arrows, Enter and Escape do nothing.
     Keys({"x", "2", "Left"});
@@ -187,7 +192,8 @@ TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
     Keys({"Escape"});
     ASSERT_TRUE(WaitExit().has_value()) << Screen();
     EXPECT_EQ(Result(), "run 0 disk none\n");
-    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 No disk selected"})) << Log();
+    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 No disk selected"}))
+        << Log();
 }
 
 TEST_F(SmallMachineTwoDisks, TheSmallestGoodDiskPassesAndStaysChosen)
@@ -202,8 +208,9 @@ TEST_F(SmallMachineTwoDisks, TheSmallestGoodDiskPassesAndStaysChosen)
     Keys({"Escape"});
     ASSERT_TRUE(WaitExit().has_value()) << Screen();
     EXPECT_EQ(Result(), "run 1 disk /dev/vda\nrun 0 disk /dev/vda\n");
-    EXPECT_EQ(LogMessages(), std::vector<std::string>(
-                                 {"0 Log created!", "0 Selected disk: /dev/vda", "0 No disk selected"}))
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>(
+                  {"0 Log created!", "0 Selected disk: /dev/vda", "0 No disk selected"}))
         << Log();
 }
 
@@ -228,8 +235,8 @@ TEST_F(SmallMachineTwoDisks, ADiskOneSectorTooSmallIsRefusedUntilEnter)
     Keys({"Enter"});
     ASSERT_TRUE(WaitExit().has_value()) << Screen();
     EXPECT_EQ(Result(), "run 0 disk /dev/vdb\n");
-    EXPECT_EQ(LogMessages(),
-              std::vector<std::string>({"0 Log created!", "0 Selected disk: /dev/vdb", "3 " + message}))
+    EXPECT_EQ(LogMessages(), std::vector<std::string>(
+                                 {"0 Log created!", "0 Selected disk: /dev/vdb", "3 " + message}))
         << Log();
 }
 
@@ -258,7 +265,9 @@ TEST_F(LargeMachineOneDisk, ASingleDiskIsTakenWithoutAMenu)
     const auto status = WaitExit();
     ASSERT_TRUE(status.has_value()) << Screen();
     EXPECT_EQ(Result(), "run 1 disk /dev/vda\n");
-    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 Selected disk: /dev/vda"})) << Log();
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "0 Selected disk: /dev/vda"}))
+        << Log();
 }
 
 TEST_F(LargeMachineNoDisk, EnterOnTheEmptyMenuIsNoChoice)
@@ -274,5 +283,6 @@ TEST_F(LargeMachineNoDisk, EnterOnTheEmptyMenuIsNoChoice)
     Keys({"Enter"});
     ASSERT_TRUE(WaitExit().has_value()) << Screen();
     EXPECT_EQ(Result(), "run 0 disk none\n");
-    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 No disk selected"})) << Log();
+    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 No disk selected"}))
+        << Log();
 }

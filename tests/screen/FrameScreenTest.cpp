@@ -9,14 +9,16 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 void Pause(int milliseconds)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-std::string MenuRow(bool current, const std::string& name, const std::string& text, size_t nameWidth)
+std::string MenuRow(bool current, const std::string& name, const std::string& text,
+                    size_t nameWidth)
 {
     std::string padded = name;
     padded.resize(nameWidth, ' ');
@@ -37,7 +39,8 @@ protected:
     // The pop-up's middle row with `dots` dots: box side, text, dot area, box side.
     static std::string PopupRow(int dots)
     {
-        return std::string(27, ' ') + "x Disk partitioning" + std::string(static_cast<size_t>(dots), '.') +
+        return std::string(27, ' ') + "x Disk partitioning" +
+               std::string(static_cast<size_t>(dots), '.') +
                std::string(static_cast<size_t>(5 - dots + 1), ' ') + "x";
     }
 
@@ -82,9 +85,11 @@ TEST_F(Frame, ProgressDotsRestartFromAnEmptyLineAfterSizeUpdates)
     // The title stored before the frame existed appears with the frame.
     EXPECT_EQ(ReadWorkFile("title.txt"), "stored\n");
     EXPECT_EQ(Row(Screen(), 1), std::string(35, ' ') + "Popup test");
-    EXPECT_EQ(Row(Screen(), 11), std::string(27, ' ') + "l" + std::string(24, 'q') + "k") << Screen();
+    EXPECT_EQ(Row(Screen(), 11), std::string(27, ' ') + "l" + std::string(24, 'q') + "k")
+        << Screen();
     EXPECT_EQ(Row(Screen(), 12), PopupRow(0)) << Screen();
-    EXPECT_EQ(Row(Screen(), 13), std::string(27, ' ') + "m" + std::string(24, 'q') + "j") << Screen();
+    EXPECT_EQ(Row(Screen(), 13), std::string(27, ' ') + "m" + std::string(24, 'q') + "j")
+        << Screen();
 
     for (int update = 1; update <= 12; ++update)
     {
@@ -152,8 +157,9 @@ TEST_F(Frame, TenItemsAndColonSelectsShutdown)
 {
     ExpectMenuProgram("--hw --bios",
                       {"Install Vidorama", "Format and Install Vidorama", "Versions",
-                       "Clear configuration lines", "Hardware maintenance", "Reset bios (RB417 only)",
-                       "Exit to shell", "Support contact", "Licenses", "Shutdown"},
+                       "Clear configuration lines", "Hardware maintenance",
+                       "Reset bios (RB417 only)", "Exit to shell", "Support contact", "Licenses",
+                       "Shutdown"},
                       2);
     Keys({":"});
     ExpectSelection("13 count 10");
@@ -186,9 +192,9 @@ TEST_F(Frame, BiosItemWithoutHardwareItem)
 TEST_F(Frame, MaintenanceMenuWithBothExtraItems)
 {
     ExpectMenuProgram("--disk --hw --bios",
-                      {"Start version", "Versions", "Clear Configuration lines", "Hardware maintenance",
-                       "Reset bios (RB417 only)", "Exit to shell", "Support contact", "Licenses",
-                       "Shutdown"},
+                      {"Start version", "Versions", "Clear Configuration lines",
+                       "Hardware maintenance", "Reset bios (RB417 only)", "Exit to shell",
+                       "Support contact", "Licenses", "Shutdown"},
                       1);
     Keys({"9"});
     ExpectSelection("13 count 9");
@@ -197,8 +203,9 @@ TEST_F(Frame, MaintenanceMenuWithBothExtraItems)
 TEST_F(Frame, MaintenanceMenuWithHardwareItemOnly)
 {
     ExpectMenuProgram("--disk --hw",
-                      {"Start version", "Versions", "Clear Configuration lines", "Hardware maintenance",
-                       "Exit to shell", "Support contact", "Licenses", "Shutdown"},
+                      {"Start version", "Versions", "Clear Configuration lines",
+                       "Hardware maintenance", "Exit to shell", "Support contact", "Licenses",
+                       "Shutdown"},
                       1);
     ExpectNothingSelected("9");
     Keys({"4"});

@@ -10,7 +10,8 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 const int TitleRow = 1;
 const int FirstMainMenuRow = 5;

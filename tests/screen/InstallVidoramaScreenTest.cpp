@@ -310,16 +310,12 @@ TEST_F(FormatAndInstallLinux, TheWholeChainOnABlankDiskEndsWithARestart)
 
     // What the operator was told and what was done, in order.
     const auto messages = LogMessages();
-    EXPECT_TRUE(InOrder(messages, {"0 StartStep selected item: 2",
-                                   "0 Selected disk: /dev/vda",
-                                   "0 TODO : Create a msdos partitions table",
-                                   "0 TODO : Create a FAT16 partition",
-                                   "0 TODO : Set the FAT16 partition bootable",
-                                   "0 TODO : Create a EXT4 partition",
-                                   "0 TODO : Create a Linux Swap partition",
-                                   "0 Perform a format and install",
-                                   "0 Selected package: Vidorama 12.05.01.3456",
-                                   "0 Installation succeed!"}))
+    EXPECT_TRUE(InOrder(
+        messages, {"0 StartStep selected item: 2", "0 Selected disk: /dev/vda",
+                   "0 TODO : Create a msdos partitions table", "0 TODO : Create a FAT16 partition",
+                   "0 TODO : Set the FAT16 partition bootable", "0 TODO : Create a EXT4 partition",
+                   "0 TODO : Create a Linux Swap partition", "0 Perform a format and install",
+                   "0 Selected package: Vidorama 12.05.01.3456", "0 Installation succeed!"}))
         << Log();
     EXPECT_TRUE(std::any_of(messages.begin(), messages.end(),
                             [](const std::string& line)
@@ -328,23 +324,24 @@ TEST_F(FormatAndInstallLinux, TheWholeChainOnABlankDiskEndsWithARestart)
     EXPECT_FALSE(Logged("3 Unable to save network configuration")) << Log();
     EXPECT_FALSE(Logged("3 Error writing cmos settings")) << Log();
     // The enhanced settings of the key are in CMOS.
-    EXPECT_EQ(FileText(Guest().IoDir() + "/nvram"),
-              FileText(SampleUsbKey() + "/data/rb417e.bios"));
+    EXPECT_EQ(FileText(Guest().IoDir() + "/nvram"), FileText(SampleUsbKey() + "/data/rb417e.bios"));
 
     // The disk from outside: layout, boot code, version and network files.
-    const std::string outside = Inspect(
-        "parted -m -s /dev/vda unit s print | sed -n '3,5p' | cut -d: -f1,4,5,7; "
-        "blkid -o value -s LABEL /dev/vda1 /dev/vda2 /dev/vda3; "
-        "blkid -o value -s TYPE /dev/vda3; "
-        "cmp -n 440 /dev/vda /usr/share/syslinux/mbr.bin && echo mbr; "
-        "test -f /mnt/DOS/boot/syslinux/ldlinux.sys && echo ldlinux; "
-        "cmp /mnt/DOS/boot/syslinux/syslinux.cfg " + SampleUsbKey() + "/data/bootLinux.config && echo config; "
-        "readlink /mnt/SYS/Versions/current; "
-        "cat /mnt/SYS/Versions/12.05.01.3456/Version.json; "
-        "grep -A4 'iface pc_lan_1' /mnt/SYS/Versions/12.05.01.3456/etc/network/interfaces; "
-        "cat /mnt/SYS/Versions/12.05.01.3456/etc/hostname; "
-        "grep 127.0.1.1 /mnt/SYS/Versions/12.05.01.3456/etc/hosts; "
-        "cat /mnt/SYS/Versions/12.05.01.3456/etc/resolv.conf");
+    const std::string outside =
+        Inspect("parted -m -s /dev/vda unit s print | sed -n '3,5p' | cut -d: -f1,4,5,7; "
+                "blkid -o value -s LABEL /dev/vda1 /dev/vda2 /dev/vda3; "
+                "blkid -o value -s TYPE /dev/vda3; "
+                "cmp -n 440 /dev/vda /usr/share/syslinux/mbr.bin && echo mbr; "
+                "test -f /mnt/DOS/boot/syslinux/ldlinux.sys && echo ldlinux; "
+                "cmp /mnt/DOS/boot/syslinux/syslinux.cfg " +
+                SampleUsbKey() +
+                "/data/bootLinux.config && echo config; "
+                "readlink /mnt/SYS/Versions/current; "
+                "cat /mnt/SYS/Versions/12.05.01.3456/Version.json; "
+                "grep -A4 'iface pc_lan_1' /mnt/SYS/Versions/12.05.01.3456/etc/network/interfaces; "
+                "cat /mnt/SYS/Versions/12.05.01.3456/etc/hostname; "
+                "grep 127.0.1.1 /mnt/SYS/Versions/12.05.01.3456/etc/hosts; "
+                "cat /mnt/SYS/Versions/12.05.01.3456/etc/resolv.conf");
     std::vector<std::string> lines;
     {
         std::istringstream in(outside);
@@ -357,9 +354,10 @@ TEST_F(FormatAndInstallLinux, TheWholeChainOnABlankDiskEndsWithARestart)
     EXPECT_NE(lines[1].find(":ext4:"), std::string::npos) << outside;
     EXPECT_EQ(lines[2].substr(0, 2), "3:") << outside;
     EXPECT_NE(lines[2].find(":linux-swap(v1):"), std::string::npos) << outside;
-    EXPECT_TRUE(InOrder(lines, {"DOS", "LINUX", "SWAP", "swap", "mbr", "ldlinux", "config",
-                                "/mnt/SYS/Versions/12.05.01.3456",
-                                R"({"name": "Vidorama", "version": "12.05.01", "revision": "3456"})"}))
+    EXPECT_TRUE(
+        InOrder(lines, {"DOS", "LINUX", "SWAP", "swap", "mbr", "ldlinux", "config",
+                        "/mnt/SYS/Versions/12.05.01.3456",
+                        R"({"name": "Vidorama", "version": "12.05.01", "revision": "3456"})"}))
         << outside;
     EXPECT_NE(outside.find("address 10.1.2.30"), std::string::npos) << outside;
     EXPECT_NE(outside.find("netmask 255.255.0.0"), std::string::npos) << outside;
@@ -456,11 +454,10 @@ TEST_F(FormatAndInstallDos, TheDosSideIsKeptAndGetsTheNewVersion)
     ConfirmAndExpectRestart();
 
     const auto messages = LogMessages();
-    EXPECT_TRUE(InOrder(messages, {"0 TODO : Create a EXT4 partition",
-                                   "0 TODO : Create a Linux Swap partition",
-                                   "0 Perform a format and install",
-                                   "0 Installation succeed!",
-                                   "3 Error writing cmos settings"}))
+    EXPECT_TRUE(InOrder(messages,
+                        {"0 TODO : Create a EXT4 partition",
+                         "0 TODO : Create a Linux Swap partition", "0 Perform a format and install",
+                         "0 Installation succeed!", "3 Error writing cmos settings"}))
         << Log();
     EXPECT_FALSE(Logged("0 TODO : Create a FAT16 partition")) << Log();
     EXPECT_FALSE(Logged("3 Unable to save network configuration")) << Log();
@@ -469,15 +466,17 @@ TEST_F(FormatAndInstallDos, TheDosSideIsKeptAndGetsTheNewVersion)
     // empties the plain file that stands for it here. Nothing was loaded.
     EXPECT_EQ(FileText(Guest().IoDir() + "/nvram"), "");
 
-    const std::string outside = Inspect(
-        "parted -m -s /dev/vda unit s print | sed -n '3p' | cut -d: -f1,2,4,5,7; "
-        "blkid -o value -s LABEL /dev/vda2 /dev/vda3; "
-        "ls /mnt/DOS/COMMAND.COM /mnt/DOS/dorim/data/setup; "
-        "test -f /mnt/DOS/boot/syslinux/msdosmbr.bin && echo saved; "
-        "cmp /mnt/DOS/boot/syslinux/syslinux.cfg " + SampleUsbKey() + "/data/bootDosLinux.config && echo config; "
-        "ls /mnt/DOS/Versions; "
-        "tr -d '\\r' < /mnt/DOS/cecfg.bat; "
-        "test -e /mnt/SYS/Versions/current || echo 'no linux version'");
+    const std::string outside =
+        Inspect("parted -m -s /dev/vda unit s print | sed -n '3p' | cut -d: -f1,2,4,5,7; "
+                "blkid -o value -s LABEL /dev/vda2 /dev/vda3; "
+                "ls /mnt/DOS/COMMAND.COM /mnt/DOS/dorim/data/setup; "
+                "test -f /mnt/DOS/boot/syslinux/msdosmbr.bin && echo saved; "
+                "cmp /mnt/DOS/boot/syslinux/syslinux.cfg " +
+                SampleUsbKey() +
+                "/data/bootDosLinux.config && echo config; "
+                "ls /mnt/DOS/Versions; "
+                "tr -d '\\r' < /mnt/DOS/cecfg.bat; "
+                "test -e /mnt/SYS/Versions/current || echo 'no linux version'");
     // Partition 1 as it was.
     EXPECT_EQ(outside.rfind("1:2048s:4194304s:fat16:boot", 0), 0u) << outside;
     EXPECT_NE(outside.find("LINUX\nSWAP\n"), std::string::npos) << outside;
@@ -486,8 +485,9 @@ TEST_F(FormatAndInstallDos, TheDosSideIsKeptAndGetsTheNewVersion)
     EXPECT_NE(outside.find("/mnt/DOS/dorim/data/setup:\nsaved\n"), std::string::npos) << outside;
     EXPECT_NE(outside.find("saved\nconfig\n"), std::string::npos) << outside;
     EXPECT_NE(outside.find("120501"), std::string::npos) << outside;
-    EXPECT_NE(outside.find("set NET_IP=10.9.8.7\nset NET_MASK=255.255.252.0\nset NET_GATEWAY=10.9.8.1\n"),
-              std::string::npos)
+    EXPECT_NE(
+        outside.find("set NET_IP=10.9.8.7\nset NET_MASK=255.255.252.0\nset NET_GATEWAY=10.9.8.1\n"),
+        std::string::npos)
         << outside;
     EXPECT_NE(outside.find("no linux version"), std::string::npos) << outside;
 

@@ -6,7 +6,8 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 const int TitleRow = 1;
 const int FirstMenuRow = 5;
@@ -24,7 +25,9 @@ std::string MenuRow(bool current, const std::string& name, const std::string& te
 
 std::string Centered(const std::string& text, int width, int offset = 2)
 {
-    return std::string(static_cast<size_t>(offset + (width - static_cast<int>(text.size())) / 2), ' ') + text;
+    return std::string(static_cast<size_t>(offset + (width - static_cast<int>(text.size())) / 2),
+                       ' ') +
+           text;
 }
 
 void Pause(int milliseconds)
@@ -32,9 +35,10 @@ void Pause(int milliseconds)
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-const std::vector<std::string> InstallItems = {
-    "Install Vidorama", "Format and Install Vidorama", "Versions", "Clear configuration lines",
-    "Exit to shell",    "Support contact",             "Licenses", "Shutdown"};
+const std::vector<std::string> InstallItems = {"Install Vidorama", "Format and Install Vidorama",
+                                               "Versions",         "Clear configuration lines",
+                                               "Exit to shell",    "Support contact",
+                                               "Licenses",         "Shutdown"};
 
 class MainMenu : public GuestSuite
 {
@@ -65,7 +69,8 @@ protected:
     }
 };
 
-const std::string JsonManifest = R"({"name": "Vidorama", "version": "12.05.01", "revision": "3456"})";
+const std::string JsonManifest =
+    R"({"name": "Vidorama", "version": "12.05.01", "revision": "3456"})";
 
 } // namespace
 
@@ -134,9 +139,10 @@ TEST_F(MainMenu, ACancelledInstallationShowsTheMenuAgain)
         ASSERT_TRUE(WaitFor(MenuRow(false, "8", "Shutdown"))) << Screen();
     }
     ExitToShell("5");
-    EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 StartStep selected item: 0",
-                                                       "0 No disk selected", "0 StartStep selected item: 2",
-                                                       "0 No disk selected", "0 StartStep selected item: 10"}))
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "0 StartStep selected item: 0",
+                                        "0 No disk selected", "0 StartStep selected item: 2",
+                                        "0 No disk selected", "0 StartStep selected item: 10"}))
         << Log();
 }
 
@@ -343,7 +349,8 @@ TEST_F(MainMenu, CountdownStartsTheVersionAfterSevenSeconds)
     Start(Wizard() + " -t");
     ASSERT_TRUE(WaitFor("Automatically start in 7 seconds")) << Screen();
     const auto shown = std::chrono::steady_clock::now();
-    EXPECT_EQ(Row(Screen(), CountdownRow), std::string(23, ' ') + "Automatically start in 7 seconds");
+    EXPECT_EQ(Row(Screen(), CountdownRow),
+              std::string(23, ' ') + "Automatically start in 7 seconds");
     ASSERT_TRUE(WaitFor("Automatically start in 5 seconds", 10)) << Screen();
     ASSERT_TRUE(WaitFor("Automatically start in 2 seconds", 10)) << Screen();
     auto status = WaitExit(20);

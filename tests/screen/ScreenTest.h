@@ -12,10 +12,12 @@
 #include <string>
 #include <vector>
 
-namespace ScreenTest {
+namespace ScreenTest
+{
 
 const std::string UsbKeyCmdline = "BOOT_IMAGE=/boot/vmlinuz initrd=/boot/initrd.img quiet";
-const std::string DiskCmdline = "BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet";
+const std::string DiskCmdline =
+    "BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet";
 
 std::string Wizard();
 std::string Program(const std::string& name);
@@ -48,9 +50,9 @@ protected:
     void Start(const std::string& commandLine);
     // Waits for the program on the console to end and returns its status.
     std::optional<int> WaitExit(int timeoutSec = 30);
-    std::string WorkDir() const;       // guest path
-    std::string HostWorkDir() const;   // same directory seen from the host
-    std::string Log() const;           // installer.log of this test
+    std::string WorkDir() const;                  // guest path
+    std::string HostWorkDir() const;              // same directory seen from the host
+    std::string Log() const;                      // installer.log of this test
     std::vector<std::string> LogMessages() const; // the message column
     bool WaitForLog(const std::string& message, int timeoutSec = 20) const;
 

@@ -7,7 +7,8 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 std::string ReadFile(const std::string& path)
 {
@@ -34,18 +35,19 @@ TEST(Shutdown, HaltsTheMachineWhileTheMenuIsDrawnAgain)
     // The halt stand-in returns at once and takes the machine down a little later.
     const std::string log = guest.IoDir() + "/work/shutdown/installer.log";
     ASSERT_TRUE(guest.WaitForScreen(
-        [&](const std::string&) {
-            return ReadFile(log).find("StartStep selected item: 13") != std::string::npos;
-        },
+        [&](const std::string&)
+        { return ReadFile(log).find("StartStep selected item: 13") != std::string::npos; },
         30))
         << ReadFile(log);
     // halt runs after the menu was taken down; the menu drawn once it has
     // returned is the redrawn one.
     ASSERT_TRUE(guest.WaitForScreen(
-        [&](const std::string&) { return guest.ReadIoFile("events").find("halt") != std::string::npos; },
+        [&](const std::string&)
+        { return guest.ReadIoFile("events").find("halt") != std::string::npos; },
         30));
     ASSERT_TRUE(guest.WaitForScreen(
-        [](const std::string& screen) {
+        [](const std::string& screen)
+        {
             return screen.find("Vidorama Install and Rescue") != std::string::npos &&
                    screen.find("9 Shutdown") != std::string::npos &&
                    screen.find("<ENTER> or number to select the operation.") != std::string::npos;
@@ -55,7 +57,8 @@ TEST(Shutdown, HaltsTheMachineWhileTheMenuIsDrawnAgain)
 
     ASSERT_TRUE(guest.WaitEnded(60));
     EXPECT_EQ(guest.Outcome(), "halt");
-    EXPECT_NE(guest.ReadIoFile("events").find("halt"), std::string::npos) << guest.ReadIoFile("events");
+    EXPECT_NE(guest.ReadIoFile("events").find("halt"), std::string::npos)
+        << guest.ReadIoFile("events");
     // The program never exited by itself.
     EXPECT_EQ(ReadFile(guest.IoDir() + "/console.rc"), "");
 }

@@ -7,7 +7,8 @@
 
 using namespace ScreenTest;
 
-namespace {
+namespace
+{
 
 const int FirstTextRow = 2; // content row 0
 const int Visible = 19;     // rows filled at first display
@@ -94,7 +95,8 @@ TEST_F(TextViewer, ContactsScrollLineByLine)
     Keys({"6"});
     ASSERT_TRUE(WaitFor("<ESC> return to main menu, <UP> and <DOWN> to scroll text")) << Screen();
     EXPECT_EQ(Row(Screen(), 1), std::string(36, ' ') + "Contacts");
-    EXPECT_EQ(Row(Screen(), BottomRow), "  <ESC> return to main menu, <UP> and <DOWN> to scroll text");
+    EXPECT_EQ(Row(Screen(), BottomRow),
+              "  <ESC> return to main menu, <UP> and <DOWN> to scroll text");
 
     // First display: lines 0..18, the window's last row empty.
     std::vector<int> rows;

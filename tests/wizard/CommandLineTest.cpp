@@ -7,7 +7,8 @@
 
 using Kel::Vidorama::InstallerWizard::CommandLineOptions;
 
-namespace {
+namespace
+{
 
 CommandLineOptions Parse(std::vector<std::string> args, CommandLineOptions options = {})
 {

@@ -12,7 +12,8 @@
 
 using Kel::Vidorama::InstallerWizard::ExternalCommandStep;
 
-namespace {
+namespace
+{
 
 std::string ReadAll(const std::string& path)
 {
@@ -103,7 +104,8 @@ TEST_F(ExternalCommand, CommandIsAFileOnlyForRegularFiles)
     std::ofstream(file) << "#!/bin/sh\n";
     EXPECT_TRUE(ExternalCommandStep("t", file.c_str(), "/", false).CommandIsAFile());
     EXPECT_FALSE(ExternalCommandStep("t", (_root + "/tool").c_str(), "/", false).CommandIsAFile());
-    EXPECT_FALSE(ExternalCommandStep("t", (_root + "/missing").c_str(), "/", false).CommandIsAFile());
+    EXPECT_FALSE(
+        ExternalCommandStep("t", (_root + "/missing").c_str(), "/", false).CommandIsAFile());
     EXPECT_FALSE(ExternalCommandStep("t", "ls -l", "/", false).CommandIsAFile());
     EXPECT_TRUE(ExternalCommandStep("t", "x", "/", true).IsRunAsRoot());
 }

@@ -14,7 +14,8 @@
 using Kel::Vidorama::InstallerWizard::HWMaintenanceStep;
 using Tool = HWMaintenanceStep::HWMaintenanceTool;
 
-namespace {
+namespace
+{
 
 struct Board
 {

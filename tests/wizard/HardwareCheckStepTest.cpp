@@ -29,11 +29,13 @@ TEST(HardwareCheck, FirstModelAnsweringYesIsNeverFollowedByTheSecond)
 {
     int rb417Asked = 0, k9qAsked = 0;
     const bool incompatible = detail::IsIncompatibleBoard(
-        [&] {
+        [&]
+        {
             ++rb417Asked;
             return true;
         },
-        [&] {
+        [&]
+        {
             ++k9qAsked;
             return false;
         });
@@ -46,7 +48,8 @@ TEST(HardwareCheck, SecondModelIsAskedWhenTheFirstSaysNo)
 {
     int k9qAsked = 0;
     EXPECT_FALSE(detail::IsIncompatibleBoard([] { return false; },
-                                             [&] {
+                                             [&]
+                                             {
                                                  ++k9qAsked;
                                                  return true;
                                              }));

@@ -14,7 +14,8 @@
 
 using Kel::Vidorama::InstallerWizard::InstallWizard;
 
-namespace {
+namespace
+{
 
 // The log is a process-wide facility created by its first call, so each run is
 // a child process of its own, as each start of the program is.
@@ -71,8 +72,7 @@ protected:
     std::string _directory;
 };
 
-const std::regex LinePattern(
-    R"(^(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})\t\|\t(-?\d+)\t\|\t(.*)$)");
+const std::regex LinePattern(R"(^(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})\t\|\t(-?\d+)\t\|\t(.*)$)");
 
 } // namespace
 
@@ -92,7 +92,8 @@ TEST_F(InstallerLog, TheFirstCallWritesTwoLines)
 
 TEST_F(InstallerLog, ExactLineFormat)
 {
-    RunInChild(_directory, [] { InstallWizard::log(2, "Ms Dos not installed. No bootloader to backup."); });
+    RunInChild(_directory,
+               [] { InstallWizard::log(2, "Ms Dos not installed. No bootloader to backup."); });
     const std::string text = ReadAll(LogPath());
     // time, tab, bar, tab, level, tab, bar, tab, message, newline
     const std::regex whole(R"(^\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\t\|\t0\t\|\tLog created!\n)"
@@ -118,11 +119,13 @@ TEST_F(InstallerLog, TheTimeIsLocalTime)
 
 TEST_F(InstallerLog, LevelsAreWrittenAsNumbers)
 {
-    RunInChild(_directory, [] {
-        InstallWizard::log(1, "No version selected!");
-        InstallWizard::log(-1, "odd");
-        InstallWizard::log(42, "odder");
-    });
+    RunInChild(_directory,
+               []
+               {
+                   InstallWizard::log(1, "No version selected!");
+                   InstallWizard::log(-1, "odd");
+                   InstallWizard::log(42, "odder");
+               });
     const auto lines = ReadLines(LogPath());
     ASSERT_EQ(lines.size(), 4u);
     std::smatch match;
@@ -136,10 +139,12 @@ TEST_F(InstallerLog, LevelsAreWrittenAsNumbers)
 
 TEST_F(InstallerLog, ASecondRunStartsAFreshFile)
 {
-    RunInChild(_directory, [] {
-        InstallWizard::log(0, "first run, line one");
-        InstallWizard::log(0, "first run, line two");
-    });
+    RunInChild(_directory,
+               []
+               {
+                   InstallWizard::log(0, "first run, line one");
+                   InstallWizard::log(0, "first run, line two");
+               });
     ASSERT_EQ(ReadLines(LogPath()).size(), 3u);
     RunInChild(_directory, [] { InstallWizard::log(0, "second run"); });
     const auto lines = ReadLines(LogPath());
@@ -164,29 +169,33 @@ TEST_F(InstallerLog, EachLineIsOnDiskBeforeTheCallReturns)
     static std::string observed;
     static std::string logPath;
     logPath = path;
-    RunInChild(_directory, [] {
-        InstallWizard::log(0, "flushed");
-        // Read the file back from inside the same process, before it exits.
-        std::ifstream in(logPath);
-        std::stringstream text;
-        text << in.rdbuf();
-        if (text.str().find("flushed\n") == std::string::npos)
-            _exit(5);
-        // Die without running any destructor or flushing stdio buffers.
-        _exit(0);
-    });
+    RunInChild(_directory,
+               []
+               {
+                   InstallWizard::log(0, "flushed");
+                   // Read the file back from inside the same process, before it exits.
+                   std::ifstream in(logPath);
+                   std::stringstream text;
+                   text << in.rdbuf();
+                   if (text.str().find("flushed\n") == std::string::npos)
+                       _exit(5);
+                   // Die without running any destructor or flushing stdio buffers.
+                   _exit(0);
+               });
 }
 
 TEST_F(InstallerLog, AnUnwritableDirectoryLosesLinesSilently)
 {
     ASSERT_EQ(chmod(_directory.c_str(), 0500), 0);
-    RunInChild(_directory, [] {
-        // As root the directory stays writable; make the file name a directory instead.
-        if (access(".", W_OK) == 0)
-            mkdir("installer.log", 0700);
-        InstallWizard::log(0, "lost");
-        InstallWizard::log(3, "lost too");
-    });
+    RunInChild(_directory,
+               []
+               {
+                   // As root the directory stays writable; make the file name a directory instead.
+                   if (access(".", W_OK) == 0)
+                       mkdir("installer.log", 0700);
+                   InstallWizard::log(0, "lost");
+                   InstallWizard::log(3, "lost too");
+               });
     chmod(_directory.c_str(), 0700);
     struct stat info;
     if (stat(LogPath().c_str(), &info) == 0 && S_ISDIR(info.st_mode))

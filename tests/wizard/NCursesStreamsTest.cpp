@@ -151,7 +151,8 @@ TEST_F(NCursesStreams, RedirectedOutputAppearsWordByWord)
     {
         NCursesRedirectStream redirect(window, target, 0);
         target << "first";
-        EXPECT_EQ(screen.Sent().find("first"), std::string::npos) << "a word without a blank after it waits";
+        EXPECT_EQ(screen.Sent().find("first"), std::string::npos)
+            << "a word without a blank after it waits";
         target << " second";
         EXPECT_NE(screen.Sent().find("first"), std::string::npos);
         EXPECT_EQ(screen.Sent().find("second"), std::string::npos);

@@ -1,5 +1,5 @@
-#include "InstallWizard.h"
 #include "RunContext.h"
+#include "InstallWizard.h"
 
 #include <gtest/gtest.h>
 

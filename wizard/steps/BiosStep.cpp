@@ -3,11 +3,17 @@
 #include "Bios.h"
 #include "InstallWizard.h"
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 using InstallerLib::Bios;
 
-namespace {
+namespace
+{
 
 const int KeyEscape = 27;
 const int KeyEnter = 10;
@@ -52,10 +58,12 @@ void BiosStep::CreateWindow()
     WizardStep::CreateWindow();
     if (withinInstallation)
     {
-        mvwprintw(_contentWindow, 1, 3, "The system needs to change the BIOS to ensure valid settings");
+        mvwprintw(_contentWindow, 1, 3,
+                  "The system needs to change the BIOS to ensure valid settings");
         mvwprintw(_contentWindow, 2, 3, "for this version of Vidorama.");
     }
-    mvwprintw(_contentWindow, 4, 3, "As part of the BIOS load, you may select one of two VGA settings:  ");
+    mvwprintw(_contentWindow, 4, 3,
+              "As part of the BIOS load, you may select one of two VGA settings:  ");
 
     for (int i = 0; i < 2; ++i)
         items[i] = new_item(settings[i].name, settings[i].text);
@@ -149,8 +157,9 @@ bool BiosStep::ResetBios()
 bool BiosStep::Run()
 {
     CreateWindow();
-    SetBottomText(withinInstallation ? "<ENTER> or number to select the settings"
-                                     : "<ESC> return to the main menu, <ENTER> or number to select the settings");
+    SetBottomText(withinInstallation
+                      ? "<ENTER> or number to select the settings"
+                      : "<ESC> return to the main menu, <ENTER> or number to select the settings");
 
     bool result = false;
     if (ReadMenuSelection(!withinInstallation))
@@ -160,7 +169,8 @@ bool BiosStep::Run()
         {
             InstallWizard::log(3, "Error writing cmos settings");
             ShowProgressPopup("Error during bios settings reset!", 0);
-            SetBottomText(withinInstallation ? "<ENTER> to continue" : "<ENTER> return to the main menu");
+            SetBottomText(withinInstallation ? "<ENTER> to continue"
+                                             : "<ENTER> return to the main menu");
             while (wgetch(_contentWindow) != KeyEnter)
             {
             }
@@ -184,4 +194,6 @@ bool BiosStep::Run()
     return result;
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -5,7 +5,12 @@
 #include <menu.h>
 #include <string>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // Loads one of the two stored BIOS settings sets (they differ in VGA mode)
 // into the CMOS of an RB417 board, from the main menu or at the end of a
@@ -44,4 +49,6 @@ private:
     bool withinInstallation = false;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -9,11 +9,17 @@
 #include <fstream>
 #include <unistd.h>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 using InstallerLib::Bios;
 
-namespace {
+namespace
+{
 
 const int Escape = 27;
 const int Enter = 10;
@@ -311,4 +317,6 @@ void HWMaintenanceStep::DestroyWindow()
     WizardStep::DestroyWindow();
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -8,7 +8,12 @@
 #include <string>
 #include <vector>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // The menu of hardware maintenance programs (diagnostics, firmware tools...)
 // listed in "HardwareMaintenance/HWMaintenance.json" beside the program. The
@@ -79,4 +84,6 @@ private:
     std::vector<HWMaintenanceTool> _tools;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

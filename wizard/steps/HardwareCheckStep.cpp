@@ -5,12 +5,18 @@
 
 #include <cstdint>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 using InstallerLib::Bios;
 using ZarnLinuxTools::SystemTools;
 
-namespace detail {
+namespace detail
+{
 
 bool IsIncompatibleBoard(const std::function<bool()>& isRb417, const std::function<bool()>& isK9Q)
 {
@@ -47,10 +53,12 @@ bool HardwareCheckStep::CheckHardware()
 
     // Same row as the board warning: when both apply, this one is on top.
     if (!detail::IsMemoryEnough(SystemTools::GetRamTotalSize()))
-        PrintInMiddle(_contentWindow, 5, 0, _width, "Not enough memory to install or start Vidorama",
-                      COLOR_PAIR(2));
+        PrintInMiddle(_contentWindow, 5, 0, _width,
+                      "Not enough memory to install or start Vidorama", COLOR_PAIR(2));
 
     return true;
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -4,9 +4,15 @@
 
 #include <functional>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
-namespace detail {
+namespace detail
+{
 
 // True when the board is neither of the supported ones. The second model is
 // asked only when the first one answers no.
@@ -32,4 +38,6 @@ public:
     bool CheckHardware();
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -7,12 +7,18 @@
 #include <string>
 #include <vector>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 using ZarnLinuxTools::Disk;
 using ZarnLinuxTools::DiskDiagnostics;
 
-namespace {
+namespace
+{
 
 const int KeyEscape = 27;
 const int KeyEnter = 10;
@@ -87,7 +93,8 @@ bool SelectDiskStep::SelectDisk()
     {
         mvwprintw(_contentWindow, 3, (_width - 34) / 2, "Select the target disk:");
 
-        WINDOW* subWindow = derwin(_contentWindow, 11, _width - 35, (_height - 16) / 2, (_width - 34) / 2);
+        WINDOW* subWindow =
+            derwin(_contentWindow, 11, _width - 35, (_height - 16) / 2, (_width - 34) / 2);
         {
             DiskMenu menu(*disks, _contentWindow, subWindow);
             SetBottomText("<ESC> return to the main menu, <ENTER> to select the disk");
@@ -116,7 +123,8 @@ bool SelectDiskStep::SelectDisk()
                         decided = true;
                         break;
                     }
-                    disk = std::make_shared<Disk>(disks->at(static_cast<size_t>(item_index(current))));
+                    disk =
+                        std::make_shared<Disk>(disks->at(static_cast<size_t>(item_index(current))));
                     result = true;
                     decided = true;
                     break;
@@ -143,7 +151,8 @@ bool SelectDiskStep::CheckDiskSize()
     if (IsLargeEnough(disk->size))
         return true;
 
-    const std::string message = "The disk " + disk->path + " is too small for Vidorama installation";
+    const std::string message =
+        "The disk " + disk->path + " is too small for Vidorama installation";
     mvwprintw(_contentWindow, 3, 3, "%s", message.c_str());
     InstallWizard::log(3, message.c_str());
 
@@ -156,4 +165,6 @@ bool SelectDiskStep::CheckDiskSize()
     return false;
 }
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

@@ -6,7 +6,12 @@
 #include <cstdint>
 #include <memory>
 
-namespace Kel { namespace Vidorama { namespace InstallerWizard {
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
 
 // The target disk of an installation, a version change or a removal: a menu
 // of the disks found (none shown when there is only one), then a size check.
@@ -31,4 +36,6 @@ private:
     std::shared_ptr<ZarnLinuxTools::Disk> disk;
 };
 
-}}} // namespace Kel::Vidorama::InstallerWizard
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel

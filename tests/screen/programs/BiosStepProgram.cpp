@@ -8,7 +8,8 @@
 
 using namespace Kel::Vidorama::InstallerWizard;
 
-namespace {
+namespace
+{
 
 class BiosApp : public Wizard
 {
@@ -19,7 +20,8 @@ public:
         step.SetTitle("Format and Install Vidorama");
         step.SetWithinInstallation(true);
         const bool result = step.Run();
-        std::ofstream("result.txt") << "run " << result << " selection " << step.GetSelection() << std::endl;
+        std::ofstream("result.txt")
+            << "run " << result << " selection " << step.GetSelection() << std::endl;
         return 0;
     }
 };

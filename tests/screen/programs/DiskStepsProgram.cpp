@@ -15,7 +15,8 @@
 
 using namespace Kel::Vidorama::InstallerWizard;
 
-namespace {
+namespace
+{
 
 // The step draws its warnings without refreshing the content window and
 // clears the frame on return; the test needs to see what it drew.
@@ -60,8 +61,8 @@ public:
             for (int run = 0; run < _runs; ++run)
             {
                 const bool result = step.Run();
-                out << "run " << result << " disk " << (step.GetDisk() ? step.GetDisk()->path : "none")
-                    << std::endl;
+                out << "run " << result << " disk "
+                    << (step.GetDisk() ? step.GetDisk()->path : "none") << std::endl;
             }
             return 0;
         }

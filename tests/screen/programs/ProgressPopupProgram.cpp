@@ -12,7 +12,8 @@
 
 using namespace Kel::Vidorama::InstallerWizard;
 
-namespace {
+namespace
+{
 
 class ProgressStep : public WizardStep
 {
@@ -38,10 +39,13 @@ public:
             else if (key == 'w')
             {
                 ShowProgressPopup("Working", 10);
-                std::future<int> task = std::async(std::launch::async, [] {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
-                    return 42;
-                });
+                std::future<int> task =
+                    std::async(std::launch::async,
+                               []
+                               {
+                                   std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+                                   return 42;
+                               });
                 const int result = WaitForTask(task);
                 mvwprintw(_contentWindow, 2, 0, "Task result %d", result);
                 wrefresh(_contentWindow);
@@ -65,7 +69,8 @@ public:
     {
         // Only stored: the frame does not exist yet.
         _step.SetTitle("Popup test");
-        std::ofstream("title.txt") << (_step.GetTitle() == "Popup test" ? "stored" : "lost") << std::endl;
+        std::ofstream("title.txt")
+            << (_step.GetTitle() == "Popup test" ? "stored" : "lost") << std::endl;
     }
     int Start() override { return _step.Run() ? 0 : 1; }
 

@@ -11,7 +11,8 @@
 
 using namespace Kel::Vidorama::InstallerWizard;
 
-namespace {
+namespace
+{
 
 class MenuApp : public Wizard
 {
