@@ -24,8 +24,7 @@ const int KeyEnter = 10;
 
 } // namespace
 
-RemoveVersionStep::RemoveVersionStep()
-    : WizardStep("Remove version", "<ESC> return to main menu")
+RemoveVersionStep::RemoveVersionStep() : WizardStep("Remove version", "<ESC> return to main menu")
 {
 }
 
@@ -57,10 +56,13 @@ bool RemoveVersionStep::Run()
 bool RemoveVersionStep::Uninstall(const PackageVersion& target, std::ostream& output)
 {
     const bool removed = InstallPackage::UninstallPackageVersion(target, output);
+    // The line end comes first only: the lines of a removal of all versions
+    // follow one another without a blank line between them.
     output << std::endl
            << "   Remove version " << target.GetVersion(showRevisions)
-           << (removed ? " succeed!" : " failed!") << std::endl;
-    InstallWizard::log(removed ? 0 : 3, removed ? "Remove version succeed!" : "Remove version failed!");
+           << (removed ? " succeed!" : " failed!");
+    InstallWizard::log(removed ? 0 : 3,
+                       removed ? "Remove version succeed!" : "Remove version failed!");
     return removed;
 }
 
