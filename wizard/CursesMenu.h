@@ -23,8 +23,10 @@ public:
     // Lines: name and description of each item, in order. The menu is drawn
     // in window, its items in subWindow, rows items at a time, marked " > ",
     // in colour pair 3.
+    // Items whose index is in greyed are shown in colour pair 5 and cannot be
+    // selected; the highlight passes over them.
     CursesMenu(std::vector<std::pair<std::string, std::string>> lines, WINDOW* window,
-               WINDOW* subWindow, int rows);
+               WINDOW* subWindow, int rows, const std::vector<int>& greyed = {});
     ~CursesMenu();
     CursesMenu(const CursesMenu&) = delete;
     CursesMenu& operator=(const CursesMenu&) = delete;
@@ -32,6 +34,8 @@ public:
     MENU* Get() const { return menu; }
     // The index of the current item; -1 for an empty menu.
     int CurrentIndex() const;
+    // Whether the current item can be selected; false for an empty menu.
+    bool IsCurrentSelectable() const;
 
 private:
     std::vector<std::pair<std::string, std::string>> texts;

@@ -25,6 +25,10 @@ enum Operation
     InstallWithoutFormat = 0,
     StartVersion = 1,
     FormatAndInstall = 2,
+    ChangeActiveVersion = 4,
+    DeleteSpecificVersion = 5,
+    DeleteUnusedVersions = 6,
+    ClearConfiguration = 7,
     HardwareMaintenance = 8,
     ResetBiosSettings = 9,
     ExitToShell = 10,
@@ -68,6 +72,9 @@ void InstallWizard::ApplyOptions(const CommandLineOptions& options)
     _startStep.SetTimer(options.timer);
     _startStep.SetShowRevisions(options.showRevisions);
     _packageStep.SetShowRevisions(options.showRevisions);
+    _availableVersionsStep.SetShowRevisions(options.showRevisions);
+    _changeVersionStep.SetShowRevisions(options.showRevisions);
+    _removeVersionStep.SetShowRevisions(options.showRevisions);
     _startStep.SetMessage(options.message.c_str());
 }
 
@@ -87,6 +94,19 @@ int InstallWizard::Start()
         case FormatAndInstall:
             if (InstallVidorama(true))
                 return 2;
+            break;
+        case ChangeActiveVersion:
+            if (ChangeVersion())
+                return 2;
+            break;
+        case DeleteSpecificVersion:
+            RemoveVersion(false);
+            break;
+        case DeleteUnusedVersions:
+            RemoveVersion(true);
+            break;
+        case ClearConfiguration:
+            ClearConfigurationLines();
             break;
         case StartVersion:
             clear();
@@ -168,6 +188,54 @@ bool InstallWizard::InstallVidorama(bool format)
 
     SystemTools::Reboot();
     return true;
+}
+
+bool InstallWizard::ChangeVersion()
+{
+    // The plural is the screen's own wording.
+    _selectDiskStep.SetTitle("Change active versions");
+    _availableVersionsStep.SetTitle("Change active versions");
+
+    const bool ok = _selectDiskStep.Run();
+    _availableVersionsStep.SetDisk(_selectDiskStep.GetDisk());
+    if (!ok || !_availableVersionsStep.Run())
+        return false;
+
+    _changeVersionStep.SetDisk(_selectDiskStep.GetDisk());
+    _changeVersionStep.SetVersion(_availableVersionsStep.GetSelectedVersion());
+    return _changeVersionStep.Run();
+}
+
+bool InstallWizard::RemoveVersion(bool allVersions)
+{
+    const char* title = allVersions ? "Delete all unused versions" : "Delete specific version";
+    _selectDiskStep.SetTitle(title);
+    _availableVersionsStep.SetTitle(title);
+    _removeVersionStep.SetTitle(title);
+
+    if (!_selectDiskStep.Run())
+        return false;
+
+    if (!allVersions)
+    {
+        _availableVersionsStep.SetDisk(_selectDiskStep.GetDisk());
+        if (!_availableVersionsStep.Run())
+            return false;
+        _removeVersionStep.SetVersion(_availableVersionsStep.GetSelectedVersion());
+    }
+    // "All" takes whatever version the step still holds: none after a
+    // successful removal, the same one again after a failed one.
+    _removeVersionStep.SetDisk(_selectDiskStep.GetDisk());
+    return _removeVersionStep.Run();
+}
+
+bool InstallWizard::ClearConfigurationLines()
+{
+    _selectDiskStep.SetTitle(_configurationLinesStep.GetTitle().c_str());
+    if (!_selectDiskStep.Run())
+        return false;
+    _configurationLinesStep.SetDisk(_selectDiskStep.GetDisk());
+    return _configurationLinesStep.Run();
 }
 
 bool InstallWizard::ResetBios()

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "AvailableVersionsStep.h"
 #include "BiosStep.h"
+#include "ChangeVersionStep.h"
+#include "ConfigurationLinesStep.h"
 #include "CommandLine.h"
 #include "EepromReader.h"
 #include "HWMaintenanceStep.h"
@@ -9,6 +12,7 @@
 #include "NetworkStep.h"
 #include "PackageStep.h"
 #include "PartitionStep.h"
+#include "RemoveVersionStep.h"
 #include "SelectDiskStep.h"
 #include "StartStep.h"
 #include "TextStep.h"
@@ -51,6 +55,13 @@ public:
     // The whole installation chain; format also repartitions the disk. True
     // only when the chain ended and the restart request failed.
     bool InstallVidorama(bool format);
+    // Switches to another installed version; true when the switch was made
+    // (the machine is then restarting).
+    bool ChangeVersion();
+    // Removes the chosen version, or every unused one.
+    bool RemoveVersion(bool allVersions);
+    // Deletes the DOS side's configuration lines after a confirmation.
+    bool ClearConfigurationLines();
     // Loads BIOS settings from the main menu and restarts after success.
     bool ResetBios();
 
@@ -65,9 +76,13 @@ private:
     SelectDiskStep _selectDiskStep;
     PartitionStep _partitionStep;
     InstallStep _installStep;
+    AvailableVersionsStep _availableVersionsStep;
+    ChangeVersionStep _changeVersionStep;
+    RemoveVersionStep _removeVersionStep;
     TextStep _contactsStep;
     TextStep _licensesStep;
     NetworkStep _networkStep;
+    ConfigurationLinesStep _configurationLinesStep;
     BiosStep _biosStep;
     HWMaintenanceStep _hwMaintenanceStep;
 };

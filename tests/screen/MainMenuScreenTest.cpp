@@ -60,6 +60,15 @@ protected:
                    " && ln -sfn /mnt/SYS/Versions/12.05.01.3456 /mnt/SYS/Versions/current");
     }
 
+    // This machine has no disk: the selection offers nothing, ESC leaves it.
+    void LeaveTheDiskSelection(const std::string& title)
+    {
+        ASSERT_TRUE(WaitFor("<ESC> return to the main menu, <ENTER> to select the disk"))
+            << Screen();
+        EXPECT_EQ(Row(Screen(), TitleRow), Centered(title, 76)) << Screen();
+        Keys({"Escape"});
+    }
+
     void ExitToShell(const std::string& key)
     {
         Keys({key});
@@ -146,17 +155,15 @@ TEST_F(MainMenu, ACancelledInstallationShowsTheMenuAgain)
         << Log();
 }
 
-TEST_F(MainMenu, OperationsNotAvailableYetReturnToTheMenu)
+TEST_F(MainMenu, ClearingConfigurationLinesStartsWithTheDiskSelection)
 {
     Start(Wizard());
     ASSERT_TRUE(WaitFor("Shutdown")) << Screen();
-    for (const auto& [key, code] : std::vector<std::pair<std::string, int>>{{"4", 7}})
-    {
-        Keys({key});
-        ASSERT_TRUE(WaitForLog("0 StartStep selected item: " + std::to_string(code))) << Log();
-        ASSERT_TRUE(WaitFor("Vidorama Install and Rescue")) << Screen();
-        ASSERT_TRUE(WaitFor(MenuRow(false, "8", "Shutdown"))) << Screen();
-    }
+    Keys({"4"});
+    ASSERT_TRUE(WaitForLog("0 StartStep selected item: 7")) << Log();
+    LeaveTheDiskSelection("Clear configuration lines");
+    ASSERT_TRUE(WaitFor("Vidorama Install and Rescue")) << Screen();
+    ASSERT_TRUE(WaitFor(MenuRow(false, "8", "Shutdown"))) << Screen();
     ExitToShell("5");
 }
 
@@ -194,11 +201,13 @@ TEST_F(MainMenu, SubMenuItemsReachTheMainLoop)
     EXPECT_EQ(Row(Screen(), TitleRow), Centered("Versions", 76)) << "a third item does not exist";
     Keys({"2"});
     ASSERT_TRUE(WaitForLog("0 StartStep selected item: 6")) << Log();
+    LeaveTheDiskSelection("Delete all unused versions");
     ASSERT_TRUE(WaitFor("Vidorama Install and Rescue")) << Screen();
     Keys({"3"});
     ASSERT_TRUE(WaitFor("Delete all unused versions")) << Screen();
     Keys({"1"});
     ASSERT_TRUE(WaitForLog("0 StartStep selected item: 5")) << Log();
+    LeaveTheDiskSelection("Delete specific version");
     ASSERT_TRUE(WaitFor(MenuRow(false, "8", "Shutdown"))) << Screen();
     ExitToShell("5");
 }
@@ -338,6 +347,7 @@ TEST_F(MainMenu, MaintenanceVersionsSubMenu)
     EXPECT_EQ(Row(screen, FirstMenuRow + 2), MenuRow(false, "3", "Delete all unused versions"));
     Keys({"1"});
     ASSERT_TRUE(WaitForLog("0 StartStep selected item: 4")) << Log();
+    LeaveTheDiskSelection("Change active versions");
     ASSERT_TRUE(WaitFor("Vidorama Maintenance")) << Screen();
     ExitToShell("4");
 }

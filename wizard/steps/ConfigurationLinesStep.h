@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Disk.h"
+#include "WizardStep.h"
+
+#include <memory>
+
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerWizard
+{
+
+// Deletes, after "y", the DOS side's configuration-line files (names ending in
+// ".lin") of the product's setup directory on the DOS partition.
+class ConfigurationLinesStep : public WizardStep
+{
+public:
+    ConfigurationLinesStep();
+    ~ConfigurationLinesStep() override;
+
+    // True when the lines were deleted.
+    bool Run() override;
+    // The deletion without any screen.
+    bool CleanConfigurationLines();
+
+    void SetDisk(const std::shared_ptr<ZarnLinuxTools::Disk>& value) { disk = value; }
+
+private:
+    std::shared_ptr<ZarnLinuxTools::Disk> disk;
+};
+
+} // namespace InstallerWizard
+} // namespace Vidorama
+} // namespace Kel
