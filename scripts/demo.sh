@@ -1,78 +1,176 @@
 #!/usr/bin/env bash
-# Runs the real wizard in the sandbox guest, on this terminal, against a sparse
-# target disk image and the sample USB key. Nothing of this machine's own disks
-# is touched: the guest sees only the image.
+# Runs the real wizard in the sandbox guest, on this terminal, against sparse
+# target disk images and the sample USB key, in the situation of your choice.
+# Nothing of this machine's own disks is touched: the guest sees only images.
 #
-# usage: scripts/demo.sh [--disk-mode] [--timer] [-- wizard options...]
-#   --disk-mode   start as from an installed disk (maintenance menu)
-#   --timer       with --disk-mode: the 7-second auto-start countdown
+# usage: scripts/demo.sh [options] [-- wizard options...]
+#   --installed      the target disk as a previous installation left it
+#                    (partitioned, formatted, syslinux, Vidorama 12.06.02.3501
+#                    and 12.05.01.3456, the current one)
+#   --disk-mode      start as the installed system does (maintenance menu);
+#                    implies --installed
+#   --timer          with --disk-mode: the 7-second auto-start countdown
+#   --board B        rb417 (default), k9q or none: the BIOS vendor the guest shows
+#   --two-disks      a second blank 4 GiB target disk: the disk menu appears
+#   --small-disk     a 2 GiB target disk, under the 2,304 MiB the wizard needs
+#   --usb-disk       also a 1 GiB USB disk, which the wizard must not offer
+#   --keep DIR       keep the images, the log and the guest's files in DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 
+installed=0
 mode=usb
+board=rb417
+two_disks=0
+small_disk=0
+usb_disk=0
+keep=
 wizard_args=()
 while [[ $# -gt 0 ]]; do
   case $1 in
-    --disk-mode) mode=disk; shift ;;
+    --installed) installed=1; shift ;;
+    --disk-mode) mode=disk; installed=1; shift ;;
     --timer) wizard_args+=(-t); shift ;;
+    --board) board=${2:?--board needs rb417, k9q or none}; shift 2 ;;
+    --two-disks) two_disks=1; shift ;;
+    --small-disk) small_disk=1; shift ;;
+    --usb-disk) usb_disk=1; shift ;;
+    --keep) keep=${2:?--keep needs a directory}; shift 2 ;;
     --) shift; wizard_args+=("$@"); break ;;
-    -h|--help) sed -n '2,9p' "$0"; exit 0 ;;
-    *) echo "demo: unknown option $1" >&2; exit 2 ;;
+    -h|--help) sed -n '2,18p' "$0"; exit 0 ;;
+    *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
   esac
 done
+case $board in
+  rb417) vendor="Phoenix Technologies LTD" ;;
+  k9q) vendor="American Megatrends Inc." ;;
+  none) vendor="SeaBIOS" ;;
+  *) echo "demo: --board takes rb417, k9q or none" >&2; exit 2 ;;
+esac
+if [[ $small_disk == 1 && $installed == 1 ]]; then
+  echo "demo: a 2 GiB disk is too small to hold an installation" >&2
+  exit 2
+fi
 
-scripts/setup.sh
+scripts/setup.sh >/dev/null
 build=${WIZARD_BUILD_DIR:-build}
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+echo "Building the wizard..."
+# A build directory that exists keeps its own configuration (a test may hand
+# over its sanitizer build).
+[[ -f $build/CMakeCache.txt ]] || cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" -j"$(nproc)" --target InstallWizard >/dev/null
+build=$(cd "$build" && pwd)
 
-work=$(mktemp -d /tmp/wizard-demo.XXXXXX)
-trap 'rm -rf "$work"' EXIT
-truncate -s 4G "$work/target.img"
+if [[ -n $keep ]]; then
+  mkdir -p "$keep"
+  work=$(cd "$keep" && pwd)
+else
+  work=$(mktemp -d /tmp/wizard-demo.XXXXXX)
+  trap 'rm -rf "$work"' EXIT
+fi
+rm -rf "$work/io" "$work/look"
+disks=()
+truncate -s 0 "$work/target.img"
+truncate -s "$([[ $small_disk == 1 ]] && echo 2G || echo 4G)" "$work/target.img"
+disks+=(--disk "$work/target.img")
+if [[ $two_disks == 1 ]]; then
+  truncate -s 0 "$work/second.img" && truncate -s 4G "$work/second.img"
+  disks+=(--disk "$work/second.img")
+fi
+usb=()
+if [[ $usb_disk == 1 ]]; then
+  truncate -s 0 "$work/usb.img" && truncate -s 1G "$work/usb.img"
+  usb+=(--usb-disk "$work/usb.img")
+fi
+board_args=(--bios-vendor "$vendor")
+if [[ $board == rb417 ]]; then
+  # The board's CMOS, as /dev/nvram: what "Reset bios" and the installation
+  # write lands in this file.
+  head -c 114 /dev/zero > "$work/nvram"
+  board_args+=(--nvram "$work/nvram")
+fi
+
 # The sample key with its packages, built the same way every time.
+rm -rf "$work/usbkey"
 cp -a sample/usbkey "$work/usbkey"
-scripts/make-sample-packages.sh "$work/usbkey/Packages" >/dev/null
+scripts/make-sample-packages.sh "$work/usbkey/Packages" \
+  --linux 12.05.01.3456 --linux 12.06.02.3501 --dos 120501 >/dev/null
 
-setup="$work/setup.sh"
+mkdir -p "$work/io"
+run="$work/io/demo-run.sh"
+{
+  echo 'set -e'
+  echo 'export LC_ALL=C'
+  if [[ $installed == 1 ]]; then
+    cat sandbox/demo/prepare-installed-disk
+  fi
+  if [[ $mode == disk ]]; then
+    # The installed system has its Linux partition on /mnt/SYS and its
+    # maintenance data on /mnt/APPS.
+    cat <<'DISK'
+mount -t ext4 /dev/vda2 /mnt/SYS
+mkdir -p /mnt/APPS/const/maintenance
+cp /mnt/USB/data/contacts.txt /mnt/USB/data/licenses.txt /mnt/APPS/const/maintenance/
+DISK
+  fi
+  printf 'exec %q' "$build/wizard/InstallWizard"
+  for a in "${wizard_args[@]}"; do printf ' %q' "$a"; done
+  echo
+} > "$run"
+
 if [[ $mode == disk ]]; then
   cmdline="BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet"
-  # An installed version as a previous installation left it.
-  cat > "$setup" <<'SETUP'
-mkdir -p /mnt/SYS/Versions/12.05.01.3456 /mnt/APPS/const/maintenance
-printf '{"name": "Vidorama", "version": "12.05.01", "revision": "3456"}\n' \
-  > /mnt/SYS/Versions/12.05.01.3456/Version.json
-ln -sfn /mnt/SYS/Versions/12.05.01.3456 /mnt/SYS/Versions/current
-cp /mnt/USB/data/contacts.txt /mnt/USB/data/licenses.txt /mnt/APPS/const/maintenance/
-SETUP
 else
   cmdline="BOOT_IMAGE=/boot/vmlinuz initrd=/boot/initrd.img quiet"
-  : > "$setup"
 fi
 
 echo "Booting the sandbox guest (about 15 s under software emulation)..."
+[[ $installed == 1 ]] && echo "It first lays out the disk as an installation leaves it (about a minute)."
 status=0
-sandbox/guest --io "$work/io" --disk "$work/target.img" --usbkey "$work/usbkey" \
-  --cmdline "$cmdline" --setup "$setup" --term "${TERM:-linux}" \
-  run -- "$root/$build/wizard/InstallWizard" "${wizard_args[@]}" || status=$?
+sandbox/guest --io "$work/io" "${disks[@]}" "${usb[@]}" "${board_args[@]}" \
+  --usbkey "$work/usbkey" --cmdline "$cmdline" --term "${TERM:-linux}" --timeout 3600 \
+  run -- bash /io/demo-run.sh || status=$?
 clear 2>/dev/null || true
 
 outcome=$(cat "$work/io/outcome" 2>/dev/null || echo unknown)
 echo "The wizard ended: $outcome"
 case $outcome in
-  "exit 0") echo "  (exit status 0: \"Start version\" chosen or the countdown expired)";;
-  "exit 2") echo "  (exit status 2: \"Exit to shell\")";;
-  halt) echo "  (\"Shutdown\": the guest halted)";;
-  reboot) echo "  (the wizard restarted the machine)";;
+  "exit 0") echo "  exit status 0: \"Start version\" chosen, or the countdown expired" ;;
+  "exit 2") echo "  exit status 2: \"Exit to shell\", or a restart that did not happen" ;;
+  "exit 255") echo "  exit status 255: the wizard could not start" ;;
+  halt) echo "  \"Shutdown\": the machine halted" ;;
+  reboot) echo "  the wizard restarted the machine" ;;
+  timeout) echo "  the guest's hour ran out" ;;
 esac
+
+# What the wizard left on the target disk, read by a second guest (this
+# machine's kernel cannot read FAT, and mounting is the guest's job).
 echo
-echo "Target disk image, partition table:"
-table=$(parted -s -m "$work/target.img" unit MiB print 2>/dev/null || true)
-if grep -q ':unknown:' <<<"$table" || [[ -z $table ]]; then
-  echo "  (no partition table: the disk is blank)"
+echo "What the target disk holds now:"
+sandbox/guest --io "$work/look" --disk "$work/target.img" --output file --timeout 600 \
+  run -- bash "$root/sandbox/demo/describe-disk" /dev/vda >/dev/null 2>&1 || true
+if [[ -s $work/look/out.log ]]; then
+  sed 's/^/  /' "$work/look/out.log"
 else
-  sed 's/^/  /' <<<"$table"
+  echo "  (could not be read)"
+fi
+if [[ -f $work/nvram ]]; then
+  echo
+  if cmp -s "$work/nvram" "$work/usbkey/data/rb417s.bios"; then
+    echo "BIOS settings (CMOS): rb417s.bios was loaded"
+  elif cmp -s "$work/nvram" "$work/usbkey/data/rb417e.bios"; then
+    echo "BIOS settings (CMOS): rb417e.bios was loaded"
+  else
+    echo "BIOS settings (CMOS): unchanged"
+  fi
 fi
 echo
 echo "Last lines of installer.log:"
-tail -n 15 "$work/io/work/installer.log" 2>/dev/null || echo "  (no log written)"
+if [[ -f $work/io/work/installer.log ]]; then
+  tail -n 15 "$work/io/work/installer.log" | sed 's/^/  /'
+else
+  echo "  (no log written)"
+fi
+[[ -n $keep ]] && echo && echo "Images and guest files kept in $work"
+exit 0
