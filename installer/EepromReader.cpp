@@ -5,6 +5,7 @@
 
 #include <json/json.h>
 
+#include <exception>
 #include <sstream>
 
 namespace Kel
@@ -118,7 +119,18 @@ bool EepromReader::ReadInfos()
     std::istringstream text(output.str());
     std::string errors;
     // Text that is not JSON still counts as a run: the tool is not run again.
-    if (!Json::parseFromStream(builder, text, &root, &errors) || !root.isObject())
+    // jsoncpp throws rather than fails on some text (nesting deeper than its
+    // stack limit); that is not JSON either.
+    bool parsed = false;
+    try
+    {
+        parsed = Json::parseFromStream(builder, text, &root, &errors);
+    }
+    catch (const std::exception&)
+    {
+        parsed = false;
+    }
+    if (!parsed || !root.isObject())
         return true;
     CopyStringMember(root, "SerialNumber", info.serialNumber);
     CopyStringMember(root, "Chassis", info.chassis);

@@ -6,6 +6,7 @@
 #include <json/json.h>
 
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <unistd.h>
 
@@ -68,7 +69,18 @@ bool HWMaintenanceStep::ParseTools(std::istream& in, bool isK9Q, bool isRb417,
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     Json::Reader reader;
-    const bool parsed = reader.parse(in, root, true);
+    // jsoncpp throws on nesting beyond its stack limit and lets a failed
+    // read of the stream through (a directory, a bad sector of the key):
+    // both are a list that cannot be read, not a reason to end the wizard.
+    bool parsed = false;
+    try
+    {
+        parsed = reader.parse(in, root, true);
+    }
+    catch (const std::exception&)
+    {
+        parsed = false;
+    }
 #pragma GCC diagnostic pop
     if (!parsed || !root.isArray())
         return false;
