@@ -113,12 +113,21 @@ bool EepromReader::ReadInfos()
     if (!SystemTools::ExecuteCommand(command.c_str(), output, true))
         return false;
 
+    // Text that is not JSON still counts as a run: the tool is not run again.
+    detail::ParseIdentity(output.str(), info);
+    return true;
+}
+
+namespace detail
+{
+
+bool ParseIdentity(const std::string& output, EepromInfo& info)
+{
     Json::Value root;
     Json::CharReaderBuilder builder;
     builder["collectComments"] = true;
-    std::istringstream text(output.str());
+    std::istringstream text(output);
     std::string errors;
-    // Text that is not JSON still counts as a run: the tool is not run again.
     // jsoncpp throws rather than fails on some text (nesting deeper than its
     // stack limit); that is not JSON either.
     bool parsed = false;
@@ -131,11 +140,13 @@ bool EepromReader::ReadInfos()
         parsed = false;
     }
     if (!parsed || !root.isObject())
-        return true;
+        return false;
     CopyStringMember(root, "SerialNumber", info.serialNumber);
     CopyStringMember(root, "Chassis", info.chassis);
     return true;
 }
+
+} // namespace detail
 
 } // namespace InstallerLib
 } // namespace Vidorama

@@ -41,6 +41,14 @@ private:
     std::string _toolPath;
 };
 
+namespace detail
+{
+// The identity tool's "--json" output into info: "SerialNumber" and "Chassis"
+// when they are strings. False, with info unchanged, when the output is not a
+// JSON object.
+bool ParseIdentity(const std::string& output, EepromInfo& info);
+} // namespace detail
+
 } // namespace InstallerLib
 } // namespace Vidorama
 } // namespace Kel

@@ -4,6 +4,7 @@
 #include "DiskDiagnostics.h"
 #include "InstallPackage.h"
 
+#include <cstdio>
 #include <string>
 
 namespace Kel
@@ -64,6 +65,21 @@ bool MsDos::SaveNetworkDosConfiguration(const NetworkInterface& settings, const 
                              "set NET_MASK=" + settings.netmask + DosLineEnd +
                              "set NET_GATEWAY=" + settings.gateway + DosLineEnd;
     return output.Write(text) && output.Commit();
+}
+
+void MsDos::ParseNetworkDosConfiguration(std::istream& in, NetworkInterface& settings)
+{
+    std::string line;
+    while (std::getline(in, line))
+    {
+        char value[16] = {};
+        if (std::sscanf(line.c_str(), "set NET_IP=%15s", value) == 1)
+            settings.address = value;
+        else if (std::sscanf(line.c_str(), "set NET_MASK=%15s", value) == 1)
+            settings.netmask = value;
+        else if (std::sscanf(line.c_str(), "set NET_GATEWAY=%15s", value) == 1)
+            settings.gateway = value;
+    }
 }
 
 namespace detail

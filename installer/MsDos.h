@@ -3,6 +3,8 @@
 #include "NetworkInterface.h"
 #include "PackageVersion.h"
 
+#include <istream>
+
 namespace Kel
 {
 namespace Vidorama
@@ -25,6 +27,13 @@ public:
     // not be written (any previous file is then left unchanged).
     static bool SaveNetworkDosConfiguration(const Kel::ZarnLinuxTools::NetworkInterface& settings,
                                             const char* file);
+
+    // Reads the "set NET_IP=", "set NET_MASK=" and "set NET_GATEWAY=" lines of
+    // that file into the address, mask and gateway of settings (at most 15
+    // characters each, up to the first blank). Other lines are ignored; a
+    // value without its line is left as it was, the last line of a kind wins.
+    static void ParseNetworkDosConfiguration(std::istream& in,
+                                             Kel::ZarnLinuxTools::NetworkInterface& settings);
 };
 
 // Writes "/mnt/DOS/preboot.bat", which makes DOS install the version (by its

@@ -9,6 +9,7 @@ packages=(
   libjsoncpp-dev libgtest-dev googletest
   tmux parted dosfstools e2fsprogs mtools syslinux syslinux-common extlinux udev
   unzip zip qemu-system-x86 linux-image-amd64 busybox-static cpio kmod util-linux
+  clang libclang-rt-14-dev llvm
   dpkg-dev file man-db
 )
 

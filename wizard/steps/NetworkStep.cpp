@@ -287,17 +287,7 @@ void NetworkStep::ReadDosNetworkConfiguration()
     // The DOS side knows no DHCP.
     pcLan1.method = "static";
     std::ifstream file(std::string(InstallPackage::DosMountPoint) + "/cecfg.bat");
-    std::string line;
-    while (std::getline(file, line))
-    {
-        char value[16] = {};
-        if (std::sscanf(line.c_str(), "set NET_IP=%15s", value) == 1)
-            pcLan1.address = value;
-        else if (std::sscanf(line.c_str(), "set NET_MASK=%15s", value) == 1)
-            pcLan1.netmask = value;
-        else if (std::sscanf(line.c_str(), "set NET_GATEWAY=%15s", value) == 1)
-            pcLan1.gateway = value;
-    }
+    InstallerLib::MsDos::ParseNetworkDosConfiguration(file, pcLan1);
 }
 
 void NetworkStep::CreateNetworkForm()
