@@ -5,6 +5,7 @@
 #include "EepromReader.h"
 #include "InstallPackage.h"
 #include "PackageVersion.h"
+#include "ScratchDirectory.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -33,68 +34,8 @@ using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 
 namespace fs = std::filesystem;
-
-// A private scratch directory, removed with everything in it when the test ends.
-class ScratchDirectory
-{
-public:
-    ScratchDirectory()
-    {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                              "/HostileInputsTest.XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr)
-        {
-            path = pattern;
-        }
-    }
-
-    ~ScratchDirectory()
-    {
-        if (!path.empty())
-        {
-            std::error_code ignored;
-            fs::remove_all(path, ignored);
-        }
-    }
-
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    std::string Join(const std::string& name) const { return path + "/" + name; }
-
-    std::string path;
-};
-
-// Runs the rest of a test in another working directory and goes back afterwards, also when
-// an assertion ends the test early: extraction writes to the working directory.
-class WorkingDirectory
-{
-public:
-    explicit WorkingDirectory(const std::string& directory)
-    {
-        std::error_code error;
-        previous = fs::current_path(error);
-        changed = !error && ::chdir(directory.c_str()) == 0;
-    }
-
-    ~WorkingDirectory()
-    {
-        if (changed)
-        {
-            std::error_code ignored;
-            fs::current_path(previous, ignored);
-        }
-    }
-
-    WorkingDirectory(const WorkingDirectory&) = delete;
-    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
-
-    bool changed = false;
-
-private:
-    fs::path previous;
-};
+using TestSupport::ScratchDirectory;
+using TestSupport::WorkingDirectory;
 
 struct Member
 {

@@ -1,4 +1,5 @@
 #include "InstallPackage.h"
+#include "ScratchDirectory.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -25,68 +26,8 @@ using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 
 namespace fs = std::filesystem;
-
-// A private scratch directory, removed with everything in it when the test ends.
-class TemporaryDirectory
-{
-public:
-    TemporaryDirectory()
-    {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                              "/InstallPackageArchiveTest.XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr)
-        {
-            path = pattern;
-        }
-    }
-
-    ~TemporaryDirectory()
-    {
-        if (!path.empty())
-        {
-            std::error_code ignored;
-            fs::remove_all(path, ignored);
-        }
-    }
-
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    std::string Join(const std::string& name) const { return path + "/" + name; }
-
-    std::string path;
-};
-
-// Runs the rest of a test inside another working directory and goes back afterwards, also
-// when an assertion ends the test early.
-class WorkingDirectory
-{
-public:
-    explicit WorkingDirectory(const std::string& directory)
-    {
-        std::error_code error;
-        previous = fs::current_path(error);
-        changed = !error && ::chdir(directory.c_str()) == 0;
-    }
-
-    ~WorkingDirectory()
-    {
-        if (changed)
-        {
-            std::error_code ignored;
-            fs::current_path(previous, ignored);
-        }
-    }
-
-    WorkingDirectory(const WorkingDirectory&) = delete;
-    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
-
-    bool changed = false;
-
-private:
-    fs::path previous;
-};
+using TemporaryDirectory = TestSupport::ScratchDirectory;
+using TestSupport::WorkingDirectory;
 
 // One member of a sample archive.
 struct Member

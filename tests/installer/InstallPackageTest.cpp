@@ -1,4 +1,5 @@
 #include "InstallPackage.h"
+#include "ScratchDirectory.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -18,39 +19,7 @@ using Kel::Vidorama::InstallerLib::IsManifestTextFile;
 using Kel::Vidorama::InstallerLib::IsPackageDosFile;
 using Kel::Vidorama::InstallerLib::IsPackageLinuxFile;
 using Kel::Vidorama::InstallerLib::PackageVersion;
-
-// A private scratch directory, removed with everything in it when the test ends.
-class TemporaryDirectory
-{
-public:
-    TemporaryDirectory()
-    {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                              "/InstallPackageTest.XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr)
-        {
-            path = pattern;
-        }
-    }
-
-    ~TemporaryDirectory()
-    {
-        if (!path.empty())
-        {
-            std::error_code ignored;
-            std::filesystem::remove_all(path, ignored);
-        }
-    }
-
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    // The directory with a trailing "/", the form the manifest reader expects.
-    std::string Slashed() const { return path + "/"; }
-
-    std::string path;
-};
+using TemporaryDirectory = TestSupport::ScratchDirectory;
 
 void WriteFile(const std::string& path, const std::string& content)
 {
