@@ -6,14 +6,13 @@
 //   InstallStepsProgram package escape|noescape N   the package step N times
 //   InstallStepsProgram install PACKAGE          the installation step with
 //                                                PACKAGE on the first disk
-#include "DiskDiagnostics.h"
 #include "EepromReader.h"
 #include "InstallPackage.h"
 #include "InstallStep.h"
 #include "InstallWizard.h"
 #include "PackageStep.h"
 #include "PartitionStep.h"
-#include "Wizard.h"
+#include "StepProgram.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -25,23 +24,16 @@ using namespace Kel::Vidorama::InstallerWizard;
 using Kel::Vidorama::InstallerLib::EepromReader;
 using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::ZarnLinuxTools::Disk;
-using Kel::ZarnLinuxTools::DiskDiagnostics;
 
 namespace
 {
 
-std::shared_ptr<Disk> FirstDisk()
-{
-    std::unique_ptr<std::vector<Disk>> disks(DiskDiagnostics::GetDisks());
-    if (!disks || disks->empty())
-        return nullptr;
-    return std::make_shared<Disk>(disks->front());
-}
+using StepPrograms::FirstDisk;
 
-class StepsApp : public Wizard
+class StepsApp : public StepPrograms::StepProgram
 {
 public:
-    StepsApp(int argc, char* argv[]) : _arguments(argv + 1, argv + argc) {}
+    using StepProgram::StepProgram;
 
     int Start() override
     {
@@ -87,20 +79,11 @@ public:
         }
         return 3;
     }
-
-private:
-    std::string Argument(size_t index) const
-    {
-        return index < _arguments.size() ? _arguments[index] : "";
-    }
-
-    std::vector<std::string> _arguments;
 };
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    StepsApp app(argc, argv);
-    return app.Start();
+    return StepPrograms::Main<StepsApp>(argc, argv);
 }

@@ -5,12 +5,11 @@
 // linux: a Linux version 12.05.01.3456 was installed; dos: the DOS version
 // 120501. DISK: the target disk's path (default: the first disk found);
 // none: no disk at all.
-#include "DiskDiagnostics.h"
 #include "EepromReader.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
 #include "NetworkStep.h"
-#include "Wizard.h"
+#include "StepProgram.h"
 
 #include <fstream>
 #include <memory>
@@ -21,23 +20,16 @@ using namespace Kel::Vidorama::InstallerWizard;
 using Kel::Vidorama::InstallerLib::EepromReader;
 using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::ZarnLinuxTools::Disk;
-using Kel::ZarnLinuxTools::DiskDiagnostics;
 
 namespace
 {
 
-std::shared_ptr<Disk> FirstDisk()
-{
-    std::unique_ptr<std::vector<Disk>> disks(DiskDiagnostics::GetDisks());
-    if (!disks || disks->empty())
-        return nullptr;
-    return std::make_shared<Disk>(disks->front());
-}
+using StepPrograms::FirstDisk;
 
-class NetworkApp : public Wizard
+class NetworkApp : public StepPrograms::StepProgram
 {
 public:
-    NetworkApp(int argc, char* argv[]) : _arguments(argv + 1, argv + argc) {}
+    using StepProgram::StepProgram;
 
     int Start() override
     {
@@ -76,20 +68,11 @@ public:
             << "domain " << step.GetDnsInterface().domain << std::endl;
         return 0;
     }
-
-private:
-    std::string Argument(size_t index) const
-    {
-        return index < _arguments.size() ? _arguments[index] : "";
-    }
-
-    std::vector<std::string> _arguments;
 };
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    NetworkApp app(argc, argv);
-    return app.Start();
+    return StepPrograms::Main<NetworkApp>(argc, argv);
 }

@@ -25,11 +25,10 @@
 #include "AvailableVersionsStep.h"
 #include "ChangeVersionStep.h"
 #include "ConfigurationLinesStep.h"
-#include "DiskDiagnostics.h"
 #include "InstallPackage.h"
 #include "PackageVersion.h"
 #include "RemoveVersionStep.h"
-#include "Wizard.h"
+#include "StepProgram.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -41,21 +40,14 @@ using namespace Kel::Vidorama::InstallerWizard;
 using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 using Kel::ZarnLinuxTools::Disk;
-using Kel::ZarnLinuxTools::DiskDiagnostics;
 
 namespace
 {
 
+using StepPrograms::FirstDisk;
+
 const int KeyEnter = 10;
 const std::string DosPrefix = "DOS:";
-
-std::shared_ptr<Disk> FirstDisk()
-{
-    std::unique_ptr<std::vector<Disk>> disks(DiskDiagnostics::GetDisks());
-    if (!disks || disks->empty())
-        return nullptr;
-    return std::make_shared<Disk>(disks->front());
-}
 
 PackageVersion VersionFromText(const std::string& text)
 {
@@ -103,10 +95,10 @@ public:
     }
 };
 
-class VersionStepsApp : public Wizard
+class VersionStepsApp : public StepPrograms::StepProgram
 {
 public:
-    VersionStepsApp(int argc, char* argv[]) : _arguments(argv + 1, argv + argc) {}
+    using StepProgram::StepProgram;
 
     int Start() override
     {
@@ -156,20 +148,11 @@ public:
         }
         return 3;
     }
-
-private:
-    std::string Argument(size_t index) const
-    {
-        return index < _arguments.size() ? _arguments[index] : "";
-    }
-
-    std::vector<std::string> _arguments;
 };
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    VersionStepsApp app(argc, argv);
-    return app.Start();
+    return StepPrograms::Main<VersionStepsApp>(argc, argv);
 }
