@@ -14,9 +14,8 @@
 #include "InstallPackage.h"
 
 #include "GuestShell.h"
+#include "TestArchive.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -97,6 +96,14 @@ bool Damage(const std::string& path, std::size_t count)
 
 // The project's sample installer with a shell fragment run just before it unpacks the
 // payload from the package.
+using Member = TestSupport::ArchiveMember;
+
+// A gzip-compressed tar written straight from memory.
+bool WriteLinuxPackage(const std::string& path, const std::vector<Member>& members)
+{
+    return TestSupport::WriteArchive(path, members, false);
+}
+
 std::string SampleInstaller(const std::string& beforeUnpacking = "")
 {
     std::string script = ReadFile(std::string(WIZARD_SOURCE_DIR) + "/sample/packages/Install.sh");
@@ -107,56 +114,6 @@ std::string SampleInstaller(const std::string& beforeUnpacking = "")
         return "";
     }
     return script.insert(at, beforeUnpacking);
-}
-
-struct Member
-{
-    std::string name;
-    std::string content;
-    mode_t mode = 0644;
-};
-
-struct WriterFree
-{
-    void operator()(archive* writer) const { archive_write_free(writer); }
-};
-
-struct EntryFree
-{
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-};
-
-// A gzip-compressed tar written straight from memory.
-bool WriteLinuxPackage(const std::string& path, const std::vector<Member>& members)
-{
-    std::unique_ptr<archive, WriterFree> writer(archive_write_new());
-    if (!writer)
-    {
-        return false;
-    }
-    archive_write_add_filter_gzip(writer.get());
-    archive_write_set_format_pax_restricted(writer.get());
-    if (archive_write_open_filename(writer.get(), path.c_str()) != ARCHIVE_OK)
-    {
-        return false;
-    }
-    for (const Member& member : members)
-    {
-        std::unique_ptr<archive_entry, EntryFree> entry(archive_entry_new());
-        archive_entry_set_pathname(entry.get(), member.name.c_str());
-        archive_entry_set_filetype(entry.get(), AE_IFREG);
-        archive_entry_set_perm(entry.get(), member.mode);
-        archive_entry_set_mtime(entry.get(), 1336000000, 0);
-        archive_entry_set_size(entry.get(), static_cast<la_int64_t>(member.content.size()));
-        if (archive_write_header(writer.get(), entry.get()) != ARCHIVE_OK ||
-            (!member.content.empty() &&
-             archive_write_data(writer.get(), member.content.data(), member.content.size()) !=
-                 static_cast<la_ssize_t>(member.content.size())))
-        {
-            return false;
-        }
-    }
-    return archive_write_close(writer.get()) == ARCHIVE_OK;
 }
 
 std::string Manifest(const std::string& version, const std::string& revision)

@@ -6,9 +6,8 @@
 #include "InstallPackage.h"
 #include "PackageVersion.h"
 #include "ScratchDirectory.h"
+#include "TestArchive.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,82 +33,12 @@ using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 
 namespace fs = std::filesystem;
+using TestSupport::ReadFile;
 using TestSupport::ScratchDirectory;
 using TestSupport::WorkingDirectory;
-
-struct Member
-{
-    std::string name;
-    std::string content;
-    mode_t mode = 0644;
-};
-
-struct WriterFree
-{
-    void operator()(archive* writer) const { archive_write_free(writer); }
-};
-
-struct EntryFree
-{
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-};
-
-// A package as vendors build them: a gzip-compressed tar, or a zip.
-bool WriteArchive(const std::string& path, const std::vector<Member>& members, bool zip)
-{
-    std::unique_ptr<archive, WriterFree> writer(archive_write_new());
-    if (!writer)
-    {
-        return false;
-    }
-    if (zip)
-    {
-        archive_write_set_format_zip(writer.get());
-    }
-    else
-    {
-        archive_write_add_filter_gzip(writer.get());
-        archive_write_set_format_pax_restricted(writer.get());
-    }
-    if (archive_write_open_filename(writer.get(), path.c_str()) != ARCHIVE_OK)
-    {
-        return false;
-    }
-    for (const Member& member : members)
-    {
-        std::unique_ptr<archive_entry, EntryFree> entry(archive_entry_new());
-        archive_entry_set_pathname(entry.get(), member.name.c_str());
-        archive_entry_set_filetype(entry.get(), AE_IFREG);
-        archive_entry_set_perm(entry.get(), member.mode);
-        archive_entry_set_mtime(entry.get(), 1336000000, 0);
-        archive_entry_set_size(entry.get(), static_cast<la_int64_t>(member.content.size()));
-        if (archive_write_header(writer.get(), entry.get()) != ARCHIVE_OK)
-        {
-            return false;
-        }
-        if (!member.content.empty() &&
-            archive_write_data(writer.get(), member.content.data(), member.content.size()) !=
-                static_cast<la_ssize_t>(member.content.size()))
-        {
-            return false;
-        }
-    }
-    return archive_write_close(writer.get()) == ARCHIVE_OK;
-}
-
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
-void WriteFile(const std::string& path, const std::string& content)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-}
+using TestSupport::WriteArchive;
+using TestSupport::WriteFile;
+using Member = TestSupport::ArchiveMember;
 
 // The same bytes on every run; deflate cannot shrink them, so they are stored as they are.
 std::string NoiseBytes(std::size_t count, std::uint32_t seed)

@@ -1,5 +1,6 @@
 #include "InstallPackage.h"
 #include "ScratchDirectory.h"
+#include "TestArchive.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -27,118 +28,25 @@ using Kel::Vidorama::InstallerLib::PackageVersion;
 
 namespace fs = std::filesystem;
 using TemporaryDirectory = TestSupport::ScratchDirectory;
+using TestSupport::ReadFile;
 using TestSupport::WorkingDirectory;
-
-// One member of a sample archive.
-struct Member
-{
-    enum Kind
-    {
-        File,
-        Directory,
-        Link
-    };
-
-    std::string name;
-    std::string content; // file data, or the link target
-    Kind kind = File;
-    mode_t mode = 0644;
-};
+using TestSupport::WriteArchive;
+using TestSupport::WriteFile;
+using Member = TestSupport::ArchiveMember;
 
 Member FileMember(const std::string& name, const std::string& content, mode_t mode = 0644)
 {
-    return Member{name, content, Member::File, mode};
+    return Member{name, content, mode, Member::File};
 }
 
 Member DirectoryMember(const std::string& name)
 {
-    return Member{name, "", Member::Directory, 0755};
+    return Member{name, "", 0755, Member::Directory};
 }
 
 Member LinkMember(const std::string& name, const std::string& target)
 {
-    return Member{name, target, Member::Link, 0777};
-}
-
-struct WriterFree
-{
-    void operator()(archive* writer) const { archive_write_free(writer); }
-};
-
-struct EntryFree
-{
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-};
-
-// Builds a package the way the vendor does: a gzip-compressed tar, or a zip.
-bool WriteArchive(const std::string& path, const std::vector<Member>& members, bool zip)
-{
-    std::unique_ptr<archive, WriterFree> writer(archive_write_new());
-    if (!writer)
-    {
-        return false;
-    }
-    if (zip)
-    {
-        archive_write_set_format_zip(writer.get());
-    }
-    else
-    {
-        archive_write_add_filter_gzip(writer.get());
-        archive_write_set_format_pax_restricted(writer.get());
-    }
-    if (archive_write_open_filename(writer.get(), path.c_str()) != ARCHIVE_OK)
-    {
-        return false;
-    }
-    for (const Member& member : members)
-    {
-        std::unique_ptr<archive_entry, EntryFree> entry(archive_entry_new());
-        archive_entry_set_pathname(entry.get(), member.name.c_str());
-        archive_entry_set_perm(entry.get(), member.mode);
-        archive_entry_set_mtime(entry.get(), 1336000000, 0);
-        switch (member.kind)
-        {
-        case Member::File:
-            archive_entry_set_filetype(entry.get(), AE_IFREG);
-            archive_entry_set_size(entry.get(), static_cast<la_int64_t>(member.content.size()));
-            break;
-        case Member::Directory:
-            archive_entry_set_filetype(entry.get(), AE_IFDIR);
-            archive_entry_set_size(entry.get(), 0);
-            break;
-        case Member::Link:
-            archive_entry_set_filetype(entry.get(), AE_IFLNK);
-            archive_entry_set_symlink(entry.get(), member.content.c_str());
-            archive_entry_set_size(entry.get(), 0);
-            break;
-        }
-        if (archive_write_header(writer.get(), entry.get()) != ARCHIVE_OK)
-        {
-            return false;
-        }
-        if (member.kind == Member::File && !member.content.empty() &&
-            archive_write_data(writer.get(), member.content.data(), member.content.size()) !=
-                static_cast<la_ssize_t>(member.content.size()))
-        {
-            return false;
-        }
-    }
-    return archive_write_close(writer.get()) == ARCHIVE_OK;
-}
-
-void WriteFile(const std::string& path, const std::string& content)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-}
-
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return Member{name, target, 0777, Member::Link};
 }
 
 // Every file and directory below root, as paths relative to it.
@@ -792,6 +700,11 @@ TEST_F(Manifest, MissingOrDamagedPackageReportsFalse)
 struct ReaderFree
 {
     void operator()(archive* reader) const { archive_read_free(reader); }
+};
+
+struct WriterFree
+{
+    void operator()(archive* writer) const { archive_write_free(writer); }
 };
 
 TEST_F(ExtractFile, CopyDataCopiesOneEntry)
