@@ -1,5 +1,7 @@
 #include "InstallPackage.h"
 
+#include "GzipStream.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <fstream>
@@ -78,29 +80,47 @@ struct DirectoryCloser
     void operator()(DIR* directory) const { ::closedir(directory); }
 };
 
-// A Linux package is a gzip-compressed tar, a DOS package a zip. Null when the file cannot
-// be opened.
-Reader OpenPackage(const std::string& path, bool zip)
+// An open package: a Linux package is a gzip-compressed tar, inflated through GzipStream
+// (whose checks libarchive's own gzip reader lacks), a DOS package a zip, whose entries
+// libarchive checks itself. The stream outlives the reader that reads from it.
+class Package
 {
-    Reader reader(archive_read_new());
-    if (!reader)
+public:
+    archive* get() const { return reader.get(); }
+    explicit operator bool() const { return static_cast<bool>(reader); }
+
+    // Whether the whole file was sound, once the reader is done with it.
+    bool Finish() { return !gzip || gzip->Finish(); }
+
+    std::unique_ptr<GzipStream> gzip;
+    Reader reader;
+};
+
+// Null when the file cannot be opened.
+Package OpenPackage(const std::string& path, bool zip)
+{
+    Package package;
+    package.reader.reset(archive_read_new());
+    if (!package.reader)
     {
-        return reader;
+        return package;
     }
     if (zip)
     {
-        archive_read_support_format_zip(reader.get());
+        archive_read_support_format_zip(package.reader.get());
+        if (archive_read_open_filename(package.reader.get(), path.c_str(), BlockSize) != ARCHIVE_OK)
+        {
+            package.reader.reset();
+        }
+        return package;
     }
-    else
+    archive_read_support_format_tar(package.reader.get());
+    package.gzip = std::make_unique<GzipStream>();
+    if (!package.gzip->OpenFor(package.reader.get(), path))
     {
-        archive_read_support_filter_gzip(reader.get());
-        archive_read_support_format_tar(reader.get());
+        package.reader.reset();
     }
-    if (archive_read_open_filename(reader.get(), path.c_str(), BlockSize) != ARCHIVE_OK)
-    {
-        reader.reset();
-    }
-    return reader;
+    return package;
 }
 
 Writer OpenDiskWriter()
@@ -141,7 +161,7 @@ std::string EntryName(archive_entry* entry)
 // whether the entry named name is wanted and may give it another path name in target.
 template <typename Selector> bool ExtractEntries(const std::string& package, Selector select)
 {
-    Reader reader = OpenPackage(package, false);
+    Package reader = OpenPackage(package, false);
     if (!reader)
     {
         return false;
@@ -158,7 +178,8 @@ template <typename Selector> bool ExtractEntries(const std::string& package, Sel
         const HeaderResult header = NextHeader(reader.get(), &entry);
         if (header == HeaderResult::End)
         {
-            return true;
+            // What was extracted only counts when the package proves whole to its end.
+            return reader.Finish();
         }
         if (header == HeaderResult::Failed)
         {
@@ -304,7 +325,7 @@ bool InstallPackage::ExtractInfosFromManifest()
     {
         return false;
     }
-    Reader reader = OpenPackage(path, false);
+    Package reader = OpenPackage(path, false);
     if (!reader)
     {
         return false;
@@ -379,7 +400,7 @@ bool InstallPackage::ExtractDirectoryFomTar(const char* sourceDirectory, const c
 
 int InstallPackage::GetExtractedSize() const
 {
-    Reader reader = OpenPackage(path, IsPackageDosFile(path));
+    Package reader = OpenPackage(path, IsPackageDosFile(path));
     if (!reader)
     {
         return -1;
@@ -405,6 +426,11 @@ int InstallPackage::GetExtractedSize() const
         }
         // An archive inside the package is unpacked as well, so it needs its room twice.
         total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
+    }
+    // A package cut short or damaged has no size worth trusting.
+    if (!reader.Finish())
+    {
+        return -1;
     }
     // The size is reported as a 32-bit signed byte count, as the callers expect it.
     return static_cast<std::int32_t>(total);

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include <zlib.h>
+
+struct archive;
+
+namespace Kel
+{
+namespace Vidorama
+{
+namespace InstallerLib
+{
+
+// The gzip layer of a Linux package, inflated here rather than by libarchive:
+// libarchive's own gzip reader never checks a stream's CRC-32 and length, so
+// damage that deflate decodes into other bytes of the same length would go
+// unnoticed, and the extracted installer is run as root. zlib checks both at
+// the end of each gzip member; Finish() reads up to there.
+class GzipStream
+{
+public:
+    GzipStream() = default;
+    ~GzipStream();
+    GzipStream(const GzipStream&) = delete;
+    GzipStream& operator=(const GzipStream&) = delete;
+
+    // Opens the file and makes its inflated bytes reader's input (a tar is
+    // then read from them). False when the file cannot be opened or read.
+    bool OpenFor(archive* reader, const std::string& path);
+
+    // Inflates whatever the reader left unread and tells whether the whole
+    // file was sound: every member ended with a matching CRC-32 and length,
+    // and nothing but further members followed.
+    bool Finish();
+
+    // The next inflated block for libarchive: its size, 0 at the end, -1 on
+    // damage or a read error.
+    ssize_t Read(const void** block);
+
+private:
+    bool Fill();
+
+    int _fd = -1;
+    bool _streamReady = false;
+    bool _ended = false;  // the last member ended cleanly and the file is consumed
+    bool _failed = false; // damage or a read error; sticks
+    z_stream _stream = {};
+    std::vector<unsigned char> _input = std::vector<unsigned char>(65536);
+    std::vector<unsigned char> _output = std::vector<unsigned char>(65536);
+};
+
+} // namespace InstallerLib
+} // namespace Vidorama
+} // namespace Kel
