@@ -4,13 +4,21 @@
 #include "RootUserGuard.h"
 #include "SystemTools.h"
 
+#include <algorithm>
+#include <cctype>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
+#include <regex>
 #include <sstream>
 
+#include <dirent.h>
 #include <mntent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 
 namespace Kel
 {
@@ -23,6 +31,11 @@ namespace
 const char* const MtabPath = "/etc/mtab";
 const char* const UdevQueryCommand = "udevadm info --query property --name ";
 const char* const UsbBus = "usb";
+const char* const MountinfoPath = "/proc/self/mountinfo";
+const char* const SysfsPath = "/sys";
+// Where the key the wizard runs from is mounted (the installer library's
+// USB mount point; this library does not depend on it).
+const char* const KeyMountPoint = "/mnt/USB";
 
 // Closes an mtab-like file opened with setmntent.
 struct MountTableCloser
@@ -114,9 +127,120 @@ bool IsDirectoryOnDeviceInMtab(const char* mtab, const char* directory,
 
 std::string PartitionDeviceName(const char* device, int number)
 {
-    // No "p" between the two, even where the kernel would put one
-    // (mmcblk, nvme): the appliance's disks never need it.
-    return std::string(device != nullptr ? device : "") + std::to_string(number);
+    // The kernel's own rule: when the disk's name ends in a digit, a "p"
+    // keeps the partition number apart from the disk's (nvme0n1p2,
+    // mmcblk0p1, md1p2). Without it /dev/md1 and 2 would name /dev/md12,
+    // another array, and /dev/nvme0n1 and 2 a device that does not exist.
+    std::string name = device != nullptr ? device : "";
+    if (!name.empty() && std::isdigit(static_cast<unsigned char>(name.back())) != 0)
+        name += 'p';
+    return name + std::to_string(number);
+}
+
+bool CanBeTarget(const std::string& kernelName)
+{
+    // Memory and loop devices, floppies and optical drives, and the parts of
+    // an eMMC that are not its user area: boot0/boot1 hold the firmware's
+    // own boot code and rpmb is an authenticated store.
+    static const std::regex NotATarget(
+        R"((loop|ram|zram|fd|sr|scd)[0-9]+|mmcblk[0-9]+(boot[0-9]+|rpmb|gp[0-9]+))");
+    return !kernelName.empty() && !std::regex_match(kernelName, NotATarget);
+}
+
+std::vector<std::string> MountedDevices(const char* mountinfo,
+                                        const std::vector<std::string>& directories)
+{
+    std::vector<std::string> devices;
+    std::ifstream in(mountinfo != nullptr ? mountinfo : "");
+    std::string line;
+    while (std::getline(in, line))
+    {
+        // "ID PARENT MAJOR:MINOR ROOT MOUNTPOINT ...", the mount point with
+        // blanks and the like escaped as octal.
+        std::istringstream fields(line);
+        std::string id, parent, device, root, directory;
+        if (!(fields >> id >> parent >> device >> root >> directory))
+            continue;
+        std::string decoded;
+        for (size_t at = 0; at < directory.size(); ++at)
+        {
+            const auto octal = [&directory](size_t index) {
+                return index < directory.size() && directory[index] >= '0' &&
+                       directory[index] <= '7';
+            };
+            if (directory[at] == '\\' && octal(at + 1) && octal(at + 2) && octal(at + 3))
+            {
+                decoded +=
+                    static_cast<char>((directory[at + 1] - '0') * 64 +
+                                      (directory[at + 2] - '0') * 8 + (directory[at + 3] - '0'));
+                at += 3;
+            }
+            else
+                decoded += directory[at];
+        }
+        if (std::find(directories.begin(), directories.end(), decoded) != directories.end() &&
+            std::find(devices.begin(), devices.end(), device) == devices.end())
+            devices.push_back(device);
+    }
+    return devices;
+}
+
+std::set<std::string> DisksBehind(const std::string& sysfs, const std::vector<std::string>& devices)
+{
+    std::set<std::string> disks;
+    // A device number, then kernel names; each is a partition (its disk is
+    // the parent directory in sysfs) or a whole device, and a RAID array or
+    // a mapped device lies on its "slaves", which are walked in turn.
+    std::vector<std::string> pending;
+    static const std::regex DeviceNumber("[0-9]+:[0-9]+");
+    for (const auto& device : devices)
+    {
+        if (!std::regex_match(device, DeviceNumber))
+            continue;
+        char resolved[PATH_MAX];
+        const std::string link = sysfs + "/dev/block/" + device;
+        if (realpath(link.c_str(), resolved) != nullptr)
+            pending.push_back(resolved);
+    }
+    while (!pending.empty())
+    {
+        std::string node = pending.back();
+        pending.pop_back();
+        struct stat info;
+        if (stat((node + "/partition").c_str(), &info) == 0)
+            node = node.substr(0, node.rfind('/'));
+        const std::string name = node.substr(node.rfind('/') + 1);
+        if (name.empty() || !disks.insert(name).second)
+            continue;
+        std::unique_ptr<DIR, int (*)(DIR*)> slaves(opendir((node + "/slaves").c_str()), closedir);
+        if (!slaves)
+            continue;
+        while (const dirent* entry = readdir(slaves.get()))
+        {
+            if (entry->d_name[0] == '.')
+                continue;
+            char resolved[PATH_MAX];
+            const std::string link = node + "/slaves/" + entry->d_name;
+            if (realpath(link.c_str(), resolved) != nullptr)
+                pending.push_back(resolved);
+        }
+    }
+    return disks;
+}
+
+std::string KernelName(const std::string& sysfs, const std::string& devicePath)
+{
+    struct stat info;
+    if (stat(devicePath.c_str(), &info) == 0 && S_ISBLK(info.st_mode))
+    {
+        char resolved[PATH_MAX];
+        const std::string link = sysfs + "/dev/block/" + std::to_string(major(info.st_rdev)) + ":" +
+                                 std::to_string(minor(info.st_rdev));
+        if (realpath(link.c_str(), resolved) != nullptr)
+            return std::string(resolved).substr(std::string(resolved).rfind('/') + 1);
+    }
+    // No node or no sysfs: the name the path gives.
+    return devicePath.substr(devicePath.rfind('/') + 1);
 }
 
 } // namespace detail
@@ -163,10 +287,21 @@ void ConvertPedPartition(PedDevice* device, PedPartition* partition, Partition& 
 
 std::vector<Disk>* DiskDiagnostics::GetDisks()
 {
+    return GetDisks({KeyMountPoint, "/"});
+}
+
+std::vector<Disk>* DiskDiagnostics::GetDisks(const std::vector<std::string>& heldMountPoints)
+{
     auto* disks = new std::vector<Disk>();
     RootUserGuard root;
     if (!root.Succeeded())
         return disks;
+
+    // The disks that hold what the wizard runs from, whatever udev says of
+    // their bus: a key on a SATA or SD adapter, or one whose udev query
+    // failed, must not be offered either.
+    const std::set<std::string> held =
+        detail::DisksBehind(SysfsPath, detail::MountedDevices(MountinfoPath, heldMountPoints));
 
     Parted::InstallQuietExceptionHandler();
     ped_device_probe_all();
@@ -182,7 +317,11 @@ std::vector<Disk>* DiskDiagnostics::GetDisks()
         // The key the wizard runs from sits on the USB bus and must never be
         // offered as a target. A disk with no bus at all is kept.
         const auto bus = disk.udevProperties.find("ID_BUS");
-        if (bus == disk.udevProperties.end() || bus->second != UsbBus)
+        const auto cdrom = disk.udevProperties.find("ID_CDROM");
+        const std::string name = detail::KernelName(SysfsPath, disk.path);
+        if ((bus == disk.udevProperties.end() || bus->second != UsbBus) &&
+            (cdrom == disk.udevProperties.end() || cdrom->second != "1") &&
+            detail::CanBeTarget(name) && held.count(name) == 0)
             disks->push_back(disk);
 
         // The record is only released once the walk has moved past it.

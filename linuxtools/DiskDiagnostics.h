@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,12 @@ namespace ZarnLinuxTools
 class DiskDiagnostics
 {
 public:
+    // The disks that can be targets. Never a USB disk, a memory, loop or
+    // optical device, an eMMC's boot or RPMB area, nor a disk behind
+    // /mnt/USB (the key the wizard runs from) or the running system's root.
     static std::vector<Disk>* GetDisks();
+    // The same, leaving out the disks behind these mount points instead.
+    static std::vector<Disk>* GetDisks(const std::vector<std::string>& heldMountPoints);
     static bool FillUdevProperties(Disk& disk);
     static bool HasMsdosPartitionTable(const char* device);
     static int GetNbPrimaryPartitions(const char* device);
@@ -49,8 +55,23 @@ bool IsDeviceInMtab(const char* mtab, const std::string& deviceName);
 bool IsDirectoryInMtab(const char* mtab, const char* directory);
 bool IsDirectoryOnDeviceInMtab(const char* mtab, const char* directory,
                                const std::string& deviceName);
-// The partition's device name: disk path immediately followed by the number.
+// The partition's device name as the kernel gives it: the disk path, a "p"
+// when that ends in a digit, then the number. The only place that builds one.
 std::string PartitionDeviceName(const char* device, int number);
+// Whether a kernel device name (sda, nvme0n1, mmcblk0boot0) can be an
+// installation target at all.
+bool CanBeTarget(const std::string& kernelName);
+// The device numbers ("MAJOR:MINOR") mounted on any of these directories,
+// from a mountinfo file.
+std::vector<std::string> MountedDevices(const char* mountinfo,
+                                        const std::vector<std::string>& directories);
+// The kernel names of the whole disks that hold these device numbers: a
+// partition's disk, and the disks under a RAID array or a mapped device.
+std::set<std::string> DisksBehind(const std::string& sysfs,
+                                  const std::vector<std::string>& devices);
+// The kernel name of a device path (through its device number in sysfs; the
+// path's last component when that cannot be told).
+std::string KernelName(const std::string& sysfs, const std::string& devicePath);
 } // namespace detail
 
 } // namespace ZarnLinuxTools

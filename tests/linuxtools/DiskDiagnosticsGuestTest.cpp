@@ -474,6 +474,69 @@ TEST_F(DiskDiagnosticsInGuest, GetDisksLeavesOutOnlyAnExactUsbBusAndKeepsFailedQ
     EXPECT_EQ(usb->type, Kel::ZarnLinuxTools::DiskTypeScsi);
 }
 
+// The key the wizard runs from is never offered, whatever udev says of its
+// bus: here a virtio disk (no bus at all) holds /mnt/USB.
+TEST_F(DiskDiagnosticsInGuest, GetDisksNeverOffersTheDiskBehindTheKeysMountPoint)
+{
+    ASSERT_TRUE(Mount("/dev/vdb1", "/mnt/USB", "vfat"));
+    std::vector<std::string> paths = Paths(TakeDisks());
+    EXPECT_EQ(std::set<std::string>(paths.begin(), paths.end()),
+              std::set<std::string>({Blank, Gpt, Huge, Logical, EmptyMsdos, NumberGap, Reversed}));
+
+    // Held back by its mount point, not by anything else: with nothing held
+    // it is listed again, and another held directory holds its own disk.
+    std::unique_ptr<std::vector<Disk>> unheld(DiskDiagnostics::GetDisks({}));
+    ASSERT_TRUE(unheld);
+    EXPECT_NE(Find(*unheld, TwoParts), nullptr);
+    EXPECT_EQ(unheld->size(), 8u);
+    ASSERT_TRUE(Mount("/dev/vdb2", "/mnt/dd-root", "ext4"));
+    std::unique_ptr<std::vector<Disk>> held(DiskDiagnostics::GetDisks({"/mnt/dd-root"}));
+    ASSERT_TRUE(held);
+    EXPECT_EQ(Find(*held, TwoParts), nullptr);
+    EXPECT_EQ(held->size(), 7u);
+}
+
+// A key on the USB bus whose udev query tells no bus (or fails) is still
+// never offered once it holds /mnt/USB; once it is gone from there, a failed
+// query keeps a disk listed as before.
+TEST_F(DiskDiagnosticsInGuest, GetDisksNeverOffersAMountedKeyWhateverUdevSays)
+{
+    const std::string bin = "/tmp/dd-silent-udev";
+    ASSERT_TRUE(Sh("mkdir -p " + bin + " && printf '#!/bin/sh\\nexit 1\\n' > " + bin +
+                   "/udevadm && chmod 755 " + bin + "/udevadm"));
+    ASSERT_TRUE(Sh("mkfs.fat -F 16 -I /dev/sda >/dev/null"));
+    const bool mounted = Mount(Usb, "/mnt/USB", "vfat");
+    PrependPath(bin);
+    const std::vector<Disk> disks = TakeDisks();
+    TearDown();
+    mountPoints_.clear();
+    // The whole-disk file system goes again: the other tests want it blank.
+    ASSERT_TRUE(Sh("wipefs -a -q /dev/sda"));
+    ASSERT_TRUE(mounted);
+    EXPECT_EQ(Find(disks, Usb), nullptr);
+    EXPECT_EQ(disks.size(), 8u);
+    for (const Disk& disk : disks)
+        EXPECT_TRUE(disk.udevProperties.empty()) << disk.path;
+}
+
+// Loop devices are never targets, even when libparted lists them.
+TEST_F(DiskDiagnosticsInGuest, GetDisksLeavesOutLoopDevices)
+{
+    ASSERT_TRUE(Sh("truncate -s 16M /tmp/dd-loop.img && losetup -f --show /tmp/dd-loop.img "
+                   "> /tmp/dd-loop.dev && parted -s \"$(cat /tmp/dd-loop.dev)\" mklabel msdos"));
+    std::string loop;
+    RunCommand("cat /tmp/dd-loop.dev", loop);
+    loop = loop.substr(0, loop.find('\n'));
+    const std::vector<std::string> probed = PartedListOrder();
+    const std::vector<Disk> disks = TakeDisks();
+    Sh("losetup -d " + loop + "; rm -f /tmp/dd-loop.img /tmp/dd-loop.dev");
+    ASSERT_EQ(loop.rfind("/dev/loop", 0), 0u) << loop;
+    EXPECT_NE(std::find(probed.begin(), probed.end(), loop), probed.end())
+        << "libparted no longer lists loop devices: the test shows nothing";
+    EXPECT_EQ(Find(disks, loop), nullptr);
+    EXPECT_EQ(disks.size(), 8u);
+}
+
 TEST_F(DiskDiagnosticsInGuest, FillUdevPropertiesAsksUdevAboutThePath)
 {
     Disk disk;
@@ -728,13 +791,13 @@ TEST_F(DiskDiagnosticsInGuest, MountedPartitionFreeSpaceOfMissingDirectoryIsAllO
               std::numeric_limits<uint64_t>::max());
 }
 
-TEST_F(DiskDiagnosticsInGuest, MmcblkZeroNumberOneIsLookedUpAsMmcblk01)
+TEST_F(DiskDiagnosticsInGuest, MmcblkZeroNumberOneIsLookedUpAsMmcblk0p1)
 {
     ASSERT_TRUE(Link(TwoParts, "/dev/mmcblk0"));
-    ASSERT_TRUE(Link("/dev/vdb1", "/dev/mmcblk01"));
+    ASSERT_TRUE(Link("/dev/vdb1", "/dev/mmcblk0p1"));
     // mount(2) keeps the source name as given, so mtab shows the link's name.
     const std::string directory = "/mnt/dd-mmc";
-    ASSERT_TRUE(Mount("/dev/mmcblk01", directory, "vfat"));
+    ASSERT_TRUE(Mount("/dev/mmcblk0p1", directory, "vfat"));
 
     EXPECT_TRUE(DiskDiagnostics::IsPartitionMounted("/dev/mmcblk0", 1));
     EXPECT_TRUE(DiskDiagnostics::IsDirectoryMountedOn(directory.c_str(), "/dev/mmcblk0", 1));

@@ -191,7 +191,7 @@ protected:
         WriteFile(mtab_, "sysfs /sys sysfs rw,nosuid 0 0\n"
                          "/dev/sda1 /mnt/DOS vfat rw,relatime 0 0\n"
                          "/dev/sda2 /mnt/SYS ext4 rw,relatime 0 0\n"
-                         "/dev/mmcblk01 /mnt/APPS vfat rw 0 0\n"
+                         "/dev/mmcblk0p1 /mnt/APPS vfat rw 0 0\n"
                          "tmpfs /tmp tmpfs rw 0 0\n"
                          "/dev/sdb1 /mnt/with\\040space ext4 rw 0 0\n");
     }
@@ -200,12 +200,12 @@ protected:
     std::string mtab_;
 };
 
-TEST_F(MtabQueries, PartitionDeviceNameIsDiskPathAndNumberWithoutSeparator)
+TEST_F(MtabQueries, PartitionDeviceNameFollowsTheKernelsNaming)
 {
     EXPECT_EQ(detail::PartitionDeviceName("/dev/sda", 1), "/dev/sda1");
     EXPECT_EQ(detail::PartitionDeviceName("/dev/sda", 12), "/dev/sda12");
-    EXPECT_EQ(detail::PartitionDeviceName("/dev/mmcblk0", 1), "/dev/mmcblk01");
-    EXPECT_EQ(detail::PartitionDeviceName("/dev/nvme0n1", 2), "/dev/nvme0n12");
+    EXPECT_EQ(detail::PartitionDeviceName("/dev/mmcblk0", 1), "/dev/mmcblk0p1");
+    EXPECT_EQ(detail::PartitionDeviceName("/dev/nvme0n1", 2), "/dev/nvme0n1p2");
     EXPECT_EQ(detail::PartitionDeviceName("/dev/sda", -1), "/dev/sda-1");
 }
 
@@ -221,11 +221,11 @@ TEST_F(MtabQueries, DeviceIsFoundByExactName)
     EXPECT_FALSE(detail::IsDeviceInMtab(mtab_.c_str(), "/mnt/DOS"));
 }
 
-TEST_F(MtabQueries, MmcblkZeroNumberOneIsLookedUpAsMmcblk01)
+TEST_F(MtabQueries, MmcblkZeroNumberOneIsLookedUpAsMmcblk0p1)
 {
     EXPECT_TRUE(
         detail::IsDeviceInMtab(mtab_.c_str(), detail::PartitionDeviceName("/dev/mmcblk0", 1)));
-    EXPECT_FALSE(detail::IsDeviceInMtab(mtab_.c_str(), "/dev/mmcblk0p1"));
+    EXPECT_FALSE(detail::IsDeviceInMtab(mtab_.c_str(), "/dev/mmcblk01"));
     EXPECT_TRUE(detail::IsDirectoryOnDeviceInMtab(mtab_.c_str(), "/mnt/APPS",
                                                   detail::PartitionDeviceName("/dev/mmcblk0", 1)));
 }

@@ -12,7 +12,7 @@ namespace Sandbox
 {
 
 BootResult BootDisk(const std::string& image, const std::vector<std::string>& expect,
-                    int timeoutSec, bool writable)
+                    int timeoutSec, bool writable, const std::string& diskKind)
 {
     const TempDir files("/tmp/boot-disk-result-");
     const std::string serial = files.Path() + "/serial";
@@ -28,6 +28,7 @@ BootResult BootDisk(const std::string& image, const std::vector<std::string>& ex
                                      firmware};
     if (writable)
         argv.push_back("--writable");
+    argv.insert(argv.end(), {"--disk-kind", diskKind});
     for (const auto& text : expect)
         argv.insert(argv.end(), {"--expect", text});
     argv.insert(argv.end(), {"--", image});

@@ -25,7 +25,9 @@ struct BootResult
 // or timeoutSec has passed. With expect empty the machine runs for the whole
 // time (or until it stops) and found only says that it could be started.
 // writable: what the machine writes reaches image (boot a copy then).
+// diskKind: how image is attached, "ide", "nvme" or "sd".
 BootResult BootDisk(const std::string& image, const std::vector<std::string>& expect,
-                    int timeoutSec = 120, bool writable = false);
+                    int timeoutSec = 120, bool writable = false,
+                    const std::string& diskKind = "ide");
 
 } // namespace Sandbox

@@ -111,6 +111,10 @@ Guest::Guest(const GuestOptions& options) : _ioDir("/tmp/wizard-guest-")
         args.insert(args.end(), {"--disk", disk});
     for (const auto& disk : options.usbDisks)
         args.insert(args.end(), {"--usb-disk", disk});
+    for (const auto& disk : options.nvmeDisks)
+        args.insert(args.end(), {"--nvme-disk", disk});
+    for (const auto& disk : options.sdDisks)
+        args.insert(args.end(), {"--sd-disk", disk});
     if (!options.biosVendor.empty())
         args.insert(args.end(), {"--bios-vendor", options.biosVendor});
     if (options.kernelCmdline)

@@ -17,6 +17,9 @@ struct GuestOptions
     // Image files. Virtio disks are /dev/vda, /dev/vdb... in this order; USB
     // disks sit behind an xhci controller and show ID_BUS=usb.
     std::vector<std::string> disks, usbDisks;
+    // NVMe disks (/dev/nvme0n1, /dev/nvme1n1...) and one SD card
+    // (/dev/mmcblk0, its image's size a power of two).
+    std::vector<std::string> nvmeDisks, sdDisks;
     int memMb = 512;
     // /sys/class/dmi/id/bios_vendor; empty: qemu's own.
     std::string biosVendor;

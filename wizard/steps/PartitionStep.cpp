@@ -487,7 +487,8 @@ bool PartitionStep::BackupDosBootLoader()
     const std::string target = std::string(InstallPackage::DosMountPoint) + DosBootSectorBackup;
     if (result && !DiskDiagnostics::IsFile(target.c_str()))
     {
-        const std::string partition = disk->path + "1";
+        const std::string partition =
+            ZarnLinuxTools::detail::PartitionDeviceName(disk->path.c_str(), 1);
         if (!BootLoader::BackupMbr(partition.c_str(), target.c_str()))
         {
             InstallWizard::log(

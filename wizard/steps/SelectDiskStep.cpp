@@ -1,6 +1,7 @@
 #include "SelectDiskStep.h"
 
 #include "DiskDiagnostics.h"
+#include "InstallPackage.h"
 #include "InstallWizard.h"
 
 #include <menu.h>
@@ -14,6 +15,7 @@ namespace Vidorama
 namespace InstallerWizard
 {
 
+using InstallerLib::InstallPackage;
 using ZarnLinuxTools::Disk;
 using ZarnLinuxTools::DiskDiagnostics;
 
@@ -79,7 +81,14 @@ bool SelectDiskStep::Run()
 
 bool SelectDiskStep::SelectDisk()
 {
-    std::unique_ptr<std::vector<Disk>> disks(DiskDiagnostics::GetDisks());
+    // From the installed disk the running system's root may well lie on the
+    // very disk whose versions are maintained: only the key is held back.
+    // From the key, the running root is the key's (or memory) and is never
+    // a target.
+    std::unique_ptr<std::vector<Disk>> disks(
+        InstallWizard::IsRunningFromDisk()
+            ? DiskDiagnostics::GetDisks({InstallPackage::UsbMountPoint})
+            : DiskDiagnostics::GetDisks());
     if (!disks)
         disks = std::make_unique<std::vector<Disk>>();
 
