@@ -14,6 +14,8 @@
 #   --two-disks      a second blank 4 GiB target disk: the disk menu appears
 #   --small-disk     a 2 GiB target disk, under the 2,304 MiB the wizard needs
 #   --usb-disk       also a 1 GiB USB disk, which the wizard must not offer
+#   --disk-kind K    the target disk as virtio (default, /dev/vda), nvme
+#                    (/dev/nvme0n1) or sd (an SD card, /dev/mmcblk0)
 #   --keep DIR       keep the images, the log and the guest's files in DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -25,6 +27,7 @@ board=rb417
 two_disks=0
 small_disk=0
 usb_disk=0
+disk_kind=virtio
 keep=
 wizard_args=()
 while [[ $# -gt 0 ]]; do
@@ -36,9 +39,10 @@ while [[ $# -gt 0 ]]; do
     --two-disks) two_disks=1; shift ;;
     --small-disk) small_disk=1; shift ;;
     --usb-disk) usb_disk=1; shift ;;
+    --disk-kind) disk_kind=${2:?--disk-kind needs virtio, nvme or sd}; shift 2 ;;
     --keep) keep=${2:?--keep needs a directory}; shift 2 ;;
     --) shift; wizard_args+=("$@"); break ;;
-    -h|--help) sed -n '2,18p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,20p' "$0"; exit 0 ;;
     *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
   esac
 done
@@ -47,6 +51,17 @@ case $board in
   k9q) vendor="American Megatrends Inc." ;;
   none) vendor="SeaBIOS" ;;
   *) echo "demo: --board takes rb417, k9q or none" >&2; exit 2 ;;
+esac
+case $disk_kind in
+  virtio) target_option=--disk; target=/dev/vda ;;
+  nvme) target_option=--nvme-disk; target=/dev/nvme0n1 ;;
+  sd) target_option=--sd-disk; target=/dev/mmcblk0 ;;
+  *) echo "demo: --disk-kind takes virtio, nvme or sd" >&2; exit 2 ;;
+esac
+# The kernel's partition names: a "p" after a disk name ending in a digit.
+case $target in
+  *[0-9]) target_part=${target}p ;;
+  *) target_part=$target ;;
 esac
 if [[ $small_disk == 1 && $installed == 1 ]]; then
   echo "demo: a 2 GiB disk is too small to hold an installation" >&2
@@ -73,7 +88,7 @@ rm -rf "$work/io" "$work/look"
 disks=()
 truncate -s 0 "$work/target.img"
 truncate -s "$([[ $small_disk == 1 ]] && echo 2G || echo 4G)" "$work/target.img"
-disks+=(--disk "$work/target.img")
+disks+=("$target_option" "$work/target.img")
 if [[ $two_disks == 1 ]]; then
   truncate -s 0 "$work/second.img" && truncate -s 4G "$work/second.img"
   disks+=(--disk "$work/second.img")
@@ -102,14 +117,15 @@ run="$work/io/demo-run.sh"
 {
   echo 'set -e'
   echo 'export LC_ALL=C'
+  printf 'export DEMO_DISK=%q\n' "$target"
   if [[ $installed == 1 ]]; then
     cat sandbox/demo/prepare-installed-disk
   fi
   if [[ $mode == disk ]]; then
     # The installed system has its Linux partition on /mnt/SYS and its
     # maintenance data on /mnt/APPS.
+    printf 'mount -t ext4 %q /mnt/SYS\n' "${target_part}2"
     cat <<'DISK'
-mount -t ext4 /dev/vda2 /mnt/SYS
 mkdir -p /mnt/APPS/const/maintenance
 cp /mnt/USB/data/contacts.txt /mnt/USB/data/licenses.txt /mnt/APPS/const/maintenance/
 DISK
@@ -148,8 +164,8 @@ esac
 # machine's kernel cannot read FAT, and mounting is the guest's job).
 echo
 echo "What the target disk holds now:"
-sandbox/guest --io "$work/look" --disk "$work/target.img" --output file --timeout 600 \
-  run -- bash "$root/sandbox/demo/describe-disk" /dev/vda >/dev/null 2>&1 || true
+sandbox/guest --io "$work/look" "$target_option" "$work/target.img" --output file --timeout 600 \
+  run -- bash "$root/sandbox/demo/describe-disk" "$target" >/dev/null 2>&1 || true
 if [[ -s $work/look/out.log ]]; then
   sed 's/^/  /' "$work/look/out.log"
 else

@@ -243,7 +243,15 @@ TEST_F(FormatAndInstallLinux, TheWholeChainOnABlankDiskEndsWithARestart)
     SelectTargetDisk();
 
     ASSERT_TRUE(WaitFor("Continue? (y/n)")) << Screen();
+    ASSERT_TRUE(WaitFor("boot code")) << Screen();
     Keep("plan", Screen());
+    // The question names the disk and every destructive action of the plan.
+    EXPECT_EQ(Row(Screen(), 7), "     Disk: /dev/vda Virtio Block Device, 4.0 GiB") << Screen();
+    EXPECT_EQ(Row(Screen(), 8), "     - A new partition table: everything on the disk is lost.")
+        << Screen();
+    EXPECT_EQ(Row(Screen(), 10),
+              "     - Partitions 2 (EXT4 \"LINUX\") and 3 (swap \"SWAP\") are made anew.")
+        << Screen();
     Keys({"y"});
     ASSERT_TRUE(WaitFor("Disk partitioning", 60)) << Screen();
     Keep("partitioning", Screen());

@@ -63,13 +63,16 @@ item() { screen | grep -oE "[0-9] $1" | tail -n 1 | cut -c1; }
 
 # Options: help and a wrong option.
 check "--help describes the options" bash -c "'$source_dir/scripts/demo.sh' --help | grep -q -- '--two-disks'"
+check "--help names the disk kinds" bash -c "'$source_dir/scripts/demo.sh' --help | grep -q -- '--disk-kind K'"
+"$source_dir/scripts/demo.sh" --disk-kind floppy >/dev/null 2>&1
+check "an unknown disk kind is refused with status 2" test $? -eq 2
 "$source_dir/scripts/demo.sh" --board pdp11 >/dev/null 2>&1
 check "an unknown board is refused with status 2" test $? -eq 2
 
 before=$(demo_dirs)
 
-# 1. From the installed disk.
-start_demo --disk-mode --usb-disk
+# 1. From the installed disk, an NVMe disk.
+start_demo --disk-mode --usb-disk --disk-kind nvme
 if wait_for "<ENTER> or number to select the operation." 600; then
     check "maintenance menu names the current version" shows "> 1 Start version 12.05.01"
     check "the menu offers the BIOS reset on the RB417 board" shows "Reset bios (RB417 only)"
@@ -79,6 +82,7 @@ if wait_for "<ENTER> or number to select the operation." 600; then
         check "the demo names both installed versions" shows "Linux versions (/Versions): 12.05.01.3456, 12.06.02.3501"
         check "the demo shows \"current\"" shows "\"current\": /mnt/SYS/Versions/12.05.01.3456"
         check "the demo shows the partition labels" shows "ext4       LINUX"
+        check "the demo read the NVMe disk's partitions" shows "fat16      DOS"
         check "the demo shows the saved boot entry" shows "saved default VidoramaLinux"
         check "the demo shows the log" shows "Last lines of installer.log:"
         check "the demo ends with status 0" shows "DEMO-STATUS 0"

@@ -1,6 +1,7 @@
 #include "PartitionStep.h"
 
 #include "BootLoader.h"
+#include "DiskDescription.h"
 #include "DiskDiagnostics.h"
 #include "DiskTools.h"
 #include "EepromInfo.h"
@@ -10,6 +11,7 @@
 #include "MsDos.h"
 #include "RootUserGuard.h"
 
+#include <algorithm>
 #include <future>
 #include <memory>
 #include <sstream>
@@ -234,6 +236,17 @@ bool PartitionStep::ReFormatPartition()
     }
 
     mvwprintw(_contentWindow, 3, 3, "Continue? (y/n)");
+
+    // Under the question, the disk it acts on and what the format destroys:
+    // the operator decides on a named disk, not on "the Linux partition".
+    std::string target = "Disk: " + DescribeDisk(*disk);
+    const size_t room = static_cast<size_t>(std::max(_width - 6, 20));
+    if (target.size() > room)
+        target = "Disk: " + disk->path + ", " + DescribeSize(disk->size);
+    mvwprintw(_contentWindow, 5, 3, "%s", target.c_str());
+    int row = 6;
+    for (const auto& line : DescribePlan())
+        mvwprintw(_contentWindow, row++, 3, "%s", line.c_str());
     wrefresh(_contentWindow);
     for (;;)
     {
@@ -250,6 +263,36 @@ bool PartitionStep::ReFormatPartition()
             return false;
         }
     }
+}
+
+std::vector<std::string> PartitionStep::DescribePlan() const
+{
+    std::vector<std::string> lines;
+    if (createPartitionTable)
+        lines.emplace_back("- A new partition table: everything on the disk is lost.");
+    if (deletePartition1)
+        lines.emplace_back("- Partition 1 (DOS) is deleted: DOS and all its files are lost.");
+    if (createFatPartition)
+        lines.emplace_back("- Partition 1 is made anew: FAT16 \"DOS\", bootable.");
+    else if (keepDosPartition)
+        lines.emplace_back("- Partition 1 (DOS) is kept; its configuration lines are deleted.");
+    if (setFatBootable && !createFatPartition)
+        lines.emplace_back("- Partition 1 is made bootable.");
+    if (deletePartition2)
+        lines.emplace_back("- Partition 2 (Linux) is deleted: every version on it is lost.");
+    if (deletePartition3)
+        lines.emplace_back("- Partition 3 (swap) is deleted.");
+    if (deletePartition4)
+        lines.emplace_back("- Partition 4 is deleted: everything on it is lost.");
+    if (createExt4Partition && createSwapPartition)
+        lines.emplace_back("- Partitions 2 (EXT4 \"LINUX\") and 3 (swap \"SWAP\") are made anew.");
+    else if (createExt4Partition)
+        lines.emplace_back("- Partition 2 is made anew: EXT4 \"LINUX\".");
+    else if (createSwapPartition)
+        lines.emplace_back("- Partition 3 is made anew: swap \"SWAP\".");
+    if (!lines.empty())
+        lines.emplace_back("- The disk's boot code is replaced by syslinux's.");
+    return lines;
 }
 
 void PartitionStep::ShowFailure(const char* firstLine, const char* secondLine)

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "Disk.h"
 
@@ -46,6 +48,9 @@ public:
     bool IsPartitionsReady() const;
     // Widens the plan to a format, shows it and asks "Continue? (y/n)".
     bool ReFormatPartition();
+    // What the plan destroys and makes, in plain words, one line each (at
+    // most 66 characters), as the confirmation lists them under the disk.
+    std::vector<std::string> DescribePlan() const;
 
     // Carries out the plan as root; runs on the worker thread and never draws.
     bool ApplyPartitionsChanges();
