@@ -4,6 +4,7 @@
 #include "PartedHandles.h"
 #include "SystemTools.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <sstream>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <mntent.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -345,17 +347,169 @@ bool DiskTools::UmountDirectory(const char* directory)
     return true;
 }
 
+namespace
+{
+
+std::atomic<unsigned> copyCounter{0};
+
+// The temporary file of one copy, beside its destination: removed unless it
+// was renamed over the destination.
+class CopyTemporary
+{
+public:
+    // Created with 0666 so that the file-creation mask decides the
+    // permissions of a new destination, as for a file opened the ordinary
+    // way; the name is unique to the process and the call, and a leftover of
+    // a crashed run is skipped.
+    explicit CopyTemporary(const std::string& destination)
+    {
+        for (int attempt = 0; attempt < 100 && _descriptor < 0; ++attempt)
+        {
+            _path = destination + "." + std::to_string(getpid()) + "." +
+                    std::to_string(copyCounter++) + ".tmp";
+            _descriptor = open(_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (_descriptor < 0 && errno != EEXIST)
+                break;
+        }
+        if (_descriptor < 0)
+            _path.clear();
+    }
+    ~CopyTemporary()
+    {
+        if (_descriptor >= 0)
+            close(_descriptor);
+        if (!_path.empty())
+            unlink(_path.c_str());
+    }
+    CopyTemporary(const CopyTemporary&) = delete;
+    CopyTemporary& operator=(const CopyTemporary&) = delete;
+
+    int Descriptor() const { return _descriptor; }
+
+    // Data on the disk, the file closed, then the name changed: the
+    // destination is either the old file or the whole new one.
+    bool RenameOver(const std::string& destination)
+    {
+        const bool synced = fsync(_descriptor) == 0;
+        const bool closed = close(_descriptor) == 0;
+        _descriptor = -1;
+        if (!synced || !closed || rename(_path.c_str(), destination.c_str()) != 0)
+            return false;
+        _path.clear();
+        return true;
+    }
+
+private:
+    std::string _path;
+    int _descriptor = -1;
+};
+
+// Every byte of the buffer, or false (a full file system, an I/O error).
+bool WriteAll(int descriptor, const char* data, size_t size)
+{
+    while (size > 0)
+    {
+        const ssize_t written = write(descriptor, data, size);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// The rename lasts only once the directory entry reached the disk. Some file
+// systems refuse to sync a directory; the copy is in place by then, so that
+// is no failure.
+void SyncDirectoryOf(const std::string& path)
+{
+    const std::string::size_type slash = path.rfind('/');
+    const std::string directory =
+        slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0)
+    {
+        fsync(descriptor);
+        close(descriptor);
+    }
+}
+
+} // namespace
+
 bool DiskTools::CopyFile(const char* source, const char* destination)
 {
-    std::ifstream in(source, std::ios::in | std::ios::binary);
-    std::ofstream out(destination, std::ios::out | std::ios::binary | std::ios::trunc);
-    if (!in.is_open() || !out.is_open())
+    if (source == nullptr || destination == nullptr)
         return false;
-    // Once both files are open the copy counts as done; an empty source,
-    // for one, leaves the stream with its fail bit set.
-    out << in.rdbuf();
-    in.close();
-    out.close();
+
+    // The source first: when it cannot be read, nothing is created.
+    const int input = open(source, O_RDONLY | O_CLOEXEC);
+    if (input < 0)
+        return false;
+    struct InputCloser
+    {
+        int descriptor;
+        ~InputCloser() { close(descriptor); }
+    } inputCloser{input};
+
+    // Only a regular file (or a link to one) can be replaced by a rename: a
+    // device, a directory or a pipe in the destination's place is refused;
+    // devices are written by their callers with checks of their own. A link
+    // keeps pointing at the file it named, which gets the new content.
+    std::string target = destination;
+    struct stat existing;
+    const bool existed = stat(destination, &existing) == 0;
+    if (existed)
+    {
+        if (!S_ISREG(existing.st_mode))
+            return false;
+        MallocText resolved(realpath(destination, nullptr));
+        if (!resolved)
+            return false;
+        target = resolved.get();
+    }
+    else if (errno != ENOENT)
+    {
+        return false;
+    }
+
+    CopyTemporary temporary(target);
+    if (temporary.Descriptor() < 0)
+        return false;
+    // The replaced file keeps its permissions and, as far as this process
+    // may give them, its owners.
+    if (existed)
+    {
+        struct stat created;
+        if (fstat(temporary.Descriptor(), &created) != 0)
+            return false;
+        if ((created.st_mode & 07777) != (existing.st_mode & 07777) &&
+            fchmod(temporary.Descriptor(), existing.st_mode & 07777) != 0)
+            return false;
+        if ((created.st_uid != existing.st_uid || created.st_gid != existing.st_gid) &&
+            fchown(temporary.Descriptor(), existing.st_uid, existing.st_gid) != 0)
+        {
+            // A user may replace a file that is not his: it becomes his.
+        }
+    }
+
+    char buffer[65536];
+    for (;;)
+    {
+        const ssize_t count = read(input, buffer, sizeof(buffer));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return false;
+        if (count == 0)
+            break;
+        if (!WriteAll(temporary.Descriptor(), buffer, static_cast<size_t>(count)))
+            return false;
+    }
+    if (!temporary.RenameOver(target))
+        return false;
+    SyncDirectoryOf(target);
     return true;
 }
 

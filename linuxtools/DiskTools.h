@@ -25,6 +25,11 @@ public:
                                const char* directory, bool synchronous);
     static bool UmountPartition(const char* device, int number);
     static bool UmountDirectory(const char* directory);
+    // Copies into a temporary file beside the destination, synced, then
+    // renamed over it: when the source cannot be read or the copy is cut
+    // short (a full partition), false, the destination as it was and no
+    // temporary file left. The destination must be a regular file or missing
+    // (devices are refused); a replaced file keeps its permissions.
     static bool CopyFile(const char* source, const char* destination);
     static bool CreateDirectory(const char* path);
     static bool CreateDirectories(const char* path);

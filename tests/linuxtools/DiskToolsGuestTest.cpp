@@ -719,4 +719,49 @@ TEST_F(DiskToolsInGuest, FilesOnAMountedFatPartition)
     EXPECT_TRUE(fs::is_empty(root));
 }
 
+// A copy onto a full FAT partition stops short: the good file stays as it
+// was, and no temporary file is left to fill the partition.
+TEST_F(DiskToolsInGuest, AShortCopyOnAFullFatPartitionKeepsTheGoodFile)
+{
+    ASSERT_TRUE(AppendBlank("fat16", "40960"));
+    ASSERT_TRUE(DiskTools::FormatPartition(Disk, 1, "fat16", "DOS"));
+    ASSERT_TRUE(DiskTools::MountPartition(Disk, 1, "fat16", MountA, false));
+
+    const std::string root = MountA;
+    const std::string good = "DEFAULT VidoramaLinux\nLABEL VidoramaLinux\n";
+    ASSERT_TRUE(DiskTools::CreateDirectories((root + "/boot/syslinux").c_str()));
+    const std::string config = root + "/boot/syslinux/syslinux.cfg";
+    {
+        std::ofstream file(config, std::ios::binary);
+        file << good;
+    }
+    // All the room taken but 256 KiB; the new configuration is 1 MiB.
+    const ShellResult fill =
+        Shell("dd if=/dev/zero of=" + root + "/room bs=64k count=4 status=none && " +
+              "dd if=/dev/zero of=" + root + "/filler bs=64k status=none 2>/dev/null; " + "rm " +
+              root + "/room && sync");
+    ASSERT_EQ(Shell("test -s " + root + "/filler").status, 0) << fill.output;
+    const std::string freeBefore =
+        Trimmed(Shell("df -k --output=avail " + root + " | tail -n 1").output);
+    ASSERT_LT(std::atoll(freeBefore.c_str()), 1024) << freeBefore;
+    ASSERT_GT(std::atoll(freeBefore.c_str()), 0) << freeBefore;
+    const std::string source = "/tmp/disktools-new-syslinux.cfg";
+    {
+        std::ofstream file(source, std::ios::binary);
+        file << std::string(1024 * 1024, '#');
+    }
+
+    EXPECT_FALSE(DiskTools::CopyFile(source.c_str(), config.c_str()));
+    EXPECT_EQ(ReadFile(config), good);
+    EXPECT_EQ(Trimmed(Shell("ls -a " + root + "/boot/syslinux").output), ".\n..\nsyslinux.cfg");
+    EXPECT_EQ(Trimmed(Shell("df -k --output=avail " + root + " | tail -n 1").output), freeBefore);
+
+    // With the room back the same copy goes through.
+    ASSERT_EQ(Shell("rm " + root + "/filler").status, 0);
+    EXPECT_TRUE(DiskTools::CopyFile(source.c_str(), config.c_str()));
+    EXPECT_EQ(ReadFile(config), std::string(1024 * 1024, '#'));
+    EXPECT_EQ(Trimmed(Shell("ls -a " + root + "/boot/syslinux").output), ".\n..\nsyslinux.cfg");
+    std::remove(source.c_str());
+}
+
 } // namespace

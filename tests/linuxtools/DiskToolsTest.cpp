@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -331,6 +333,125 @@ TEST(CopyFile, MissingSourceFails)
 {
     ScratchDir dir;
     EXPECT_FALSE(DiskTools::CopyFile((dir / "missing").c_str(), (dir / "destination").c_str()));
+    // Nothing is created for want of a source.
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>());
+}
+
+TEST(CopyFile, MissingSourceKeepsAGoodDestination)
+{
+    ScratchDir dir;
+    WriteFile(dir / "syslinux.cfg", "DEFAULT VidoramaLinux\n");
+    EXPECT_FALSE(DiskTools::CopyFile((dir / "missing").c_str(), (dir / "syslinux.cfg").c_str()));
+    EXPECT_EQ(ReadFile(dir / "syslinux.cfg"), "DEFAULT VidoramaLinux\n");
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"syslinux.cfg"}));
+}
+
+TEST(CopyFile, UnreadableSourceKeepsAGoodDestination)
+{
+    ScratchDir dir;
+    // A directory opens for reading but gives no data (EISDIR), whoever runs
+    // the test: the copy fails once its temporary file exists.
+    fs::create_directories(dir / "source");
+    WriteFile(dir / "syslinux.cfg", "DEFAULT VidoramaLinux\n");
+    EXPECT_FALSE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "syslinux.cfg").c_str()));
+    EXPECT_EQ(ReadFile(dir / "syslinux.cfg"), "DEFAULT VidoramaLinux\n");
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"source", "syslinux.cfg"}));
+}
+
+TEST(CopyFile, AShortWriteKeepsAGoodDestination)
+{
+    ScratchDir dir;
+    WriteFile(dir / "source", std::string(200000, 's'));
+    WriteFile(dir / "syslinux.cfg", "DEFAULT VidoramaLinux\n");
+
+    // A file-size limit cuts the copy short as a full partition would: the
+    // write past it fails (EFBIG) instead of raising SIGXFSZ.
+    struct rlimit saved = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    struct sigaction ignore = {}, previous = {};
+    ignore.sa_handler = SIG_IGN;
+    ASSERT_EQ(sigaction(SIGXFSZ, &ignore, &previous), 0);
+    struct rlimit limited = saved;
+    limited.rlim_cur = 70000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const bool copied =
+        DiskTools::CopyFile((dir / "source").c_str(), (dir / "syslinux.cfg").c_str());
+    setrlimit(RLIMIT_FSIZE, &saved);
+    sigaction(SIGXFSZ, &previous, nullptr);
+
+    EXPECT_FALSE(copied);
+    EXPECT_EQ(ReadFile(dir / "syslinux.cfg"), "DEFAULT VidoramaLinux\n");
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"source", "syslinux.cfg"}));
+}
+
+TEST(CopyFile, ASuccessReplacesTheDestinationAndKeepsItsMode)
+{
+    ScratchDir dir;
+    WriteFile(dir / "source", "new settings\n");
+    WriteFile(dir / "syslinux.cfg", "old settings, longer than the new ones\n");
+    ASSERT_EQ(chmod((dir / "source").c_str(), 0644), 0);
+    ASSERT_EQ(chmod((dir / "syslinux.cfg").c_str(), 0600), 0);
+    struct stat before = {};
+    ASSERT_EQ(stat((dir / "syslinux.cfg").c_str(), &before), 0);
+
+    EXPECT_TRUE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "syslinux.cfg").c_str()));
+    EXPECT_EQ(ReadFile(dir / "syslinux.cfg"), "new settings\n");
+    EXPECT_EQ(ModeOf(dir / "syslinux.cfg"), 0600u);
+    // A new file in place of the old one, not the old one rewritten.
+    struct stat after = {};
+    ASSERT_EQ(stat((dir / "syslinux.cfg").c_str(), &after), 0);
+    EXPECT_NE(after.st_ino, before.st_ino);
+    EXPECT_EQ(ReadFile(dir / "source"), "new settings\n");
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"source", "syslinux.cfg"}));
+}
+
+TEST(CopyFile, ANewDestinationGetsTheModeOfTheFileCreationMask)
+{
+    ScratchDir dir;
+    WriteFile(dir / "source", "data");
+    ASSERT_EQ(chmod((dir / "source").c_str(), 0600), 0);
+    {
+        UmaskScope mask(027);
+        EXPECT_TRUE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "copy").c_str()));
+    }
+    EXPECT_EQ(ReadFile(dir / "copy"), "data");
+    EXPECT_EQ(ModeOf(dir / "copy"), 0640u);
+}
+
+TEST(CopyFile, ALinkKeepsPointingAtTheReplacedFile)
+{
+    ScratchDir dir;
+    WriteFile(dir / "source", "new");
+    WriteFile(dir / "real.cfg", "old");
+    fs::create_symlink("real.cfg", dir / "link.cfg");
+    EXPECT_TRUE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "link.cfg").c_str()));
+    EXPECT_TRUE(fs::is_symlink(dir / "link.cfg"));
+    EXPECT_EQ(ReadFile(dir / "real.cfg"), "new");
+    // By name: TreeOf would follow the link.
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir.Path()))
+        names.insert(entry.path().filename().string());
+    EXPECT_EQ(names, std::set<std::string>({"link.cfg", "real.cfg", "source"}));
+}
+
+TEST(CopyFile, ADeviceOrPipeDestinationIsRefused)
+{
+    ScratchDir dir;
+    WriteFile(dir / "source", "data");
+    ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
+    // Refused before anything opens the pipe: no hang for want of a reader.
+    EXPECT_FALSE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "pipe").c_str()));
+    EXPECT_TRUE(fs::is_fifo(dir / "pipe"));
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"pipe", "source"}));
+}
+
+TEST(CopyFile, TheSourceItselfAsDestinationKeepsItsContent)
+{
+    ScratchDir dir;
+    WriteFile(dir / "file", "content");
+    EXPECT_TRUE(DiskTools::CopyFile((dir / "file").c_str(), (dir / "file").c_str()));
+    EXPECT_EQ(ReadFile(dir / "file"), "content");
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"file"}));
 }
 
 TEST(CopyFile, UnwritableDestinationFails)
@@ -338,10 +459,11 @@ TEST(CopyFile, UnwritableDestinationFails)
     ScratchDir dir;
     WriteFile(dir / "source", "data");
     fs::create_directories(dir / "adir");
-    // Neither a directory nor a path below a missing one can be opened for
-    // writing, whoever runs the test.
+    // Neither a directory nor a path below a missing one can take the copy,
+    // whoever runs the test.
     EXPECT_FALSE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "adir").c_str()));
     EXPECT_FALSE(DiskTools::CopyFile((dir / "source").c_str(), (dir / "missing/file").c_str()));
+    EXPECT_EQ(TreeOf(dir.Path()), std::set<std::string>({"adir", "source"}));
 }
 
 TEST(UmountDirectory, NotMountedIsSuccess)

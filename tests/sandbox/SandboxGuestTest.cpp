@@ -1,5 +1,6 @@
 // The sandbox guest as the system and screen tests use it: one boot shared
 // by the checks of what the guest shows, and one guest that halts.
+#include "Cmos.h"
 #include "Guest.h"
 #include "HostCommand.h"
 #include "SparseImage.h"
@@ -28,6 +29,7 @@ const uint64_t MiB = 1024 * 1024;
 const std::string CommandLine =
     "BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet";
 const std::string BiosVendor = "Sandbox BIOS, Inc.";
+const std::string BoardCmos = Sandbox::CmosImage("CMOS loaded by the sandbox");
 
 std::string NewestKernelRelease()
 {
@@ -58,6 +60,7 @@ protected:
         _usbDisk = std::make_unique<SparseImage>(_files->Path() + "/usb.img", 64 * MiB);
         _usbKey = std::make_unique<TempDir>("/tmp/sandbox-usbkey-");
         std::ofstream(_usbKey->Path() + "/hello.txt") << "hello from the key\n";
+        std::ofstream(_files->Path() + "/cmos.bin", std::ios::binary) << BoardCmos;
 
         GuestOptions options;
         options.disks = {_disk->Path()};
@@ -66,6 +69,7 @@ protected:
         options.kernelCmdline = CommandLine;
         options.usbKeyDir = _usbKey->Path();
         options.setupScript = "echo sourced > /run/setup-ran\nexport SETUP_VALUE=42\n";
+        options.nvramFile = _files->Path() + "/cmos.bin";
         const auto start = std::chrono::steady_clock::now();
         _guest = std::make_unique<Guest>(options);
         _bootSeconds =
@@ -242,9 +246,30 @@ TEST_F(SandboxGuest, SyslinuxFilesAreWhereTheApplianceKeepsThem)
     EXPECT_EQ(result.rc, 0) << result.output;
 }
 
-TEST_F(SandboxGuest, NvramDeviceExists)
+TEST_F(SandboxGuest, NvramIsTheKernelsDriverHoldingTheLoadedImage)
 {
     EXPECT_EQ(G().Run("test -c /dev/nvram").rc, 0);
+    EXPECT_EQ(Sandbox::GuestCmos(G()), BoardCmos);
+    // Written through the driver like on a board, and read back.
+    const std::string other = Sandbox::CmosImage("written in the guest", 0x11);
+    std::ofstream(G().IoDir() + "/other.bin", std::ios::binary) << other;
+    const auto result = G().Run("dd if=/io/other.bin of=/dev/nvram bs=114 conv=notrunc 2>&1");
+    EXPECT_EQ(result.rc, 0) << result.output;
+    EXPECT_EQ(Sandbox::GuestCmos(G()), other);
+}
+
+TEST(SandboxNvram, AnImageLargerThanTheCmosIsRefusedBeforeBooting)
+{
+    TempDir files("/tmp/sandbox-nvram-test-");
+    std::ofstream(files.Path() + "/large.bin", std::ios::binary) << std::string(115, 'x');
+    std::string output;
+    EXPECT_EQ(HostCommand::Run({std::string(WIZARD_SOURCE_DIR) + "/sandbox/guest", "--io",
+                                files.Path() + "/io", "--nvram", files.Path() + "/large.bin", "run",
+                                "--", "true"},
+                               &output),
+              2)
+        << output;
+    EXPECT_NE(output.find("larger than the 114 bytes of CMOS"), std::string::npos) << output;
 }
 
 TEST(SandboxHalt, HaltRecordsTheCallAndHaltsTheGuest)
@@ -258,6 +283,9 @@ TEST(SandboxHalt, HaltRecordsTheCallAndHaltsTheGuest)
     auto result = guest.Run("mkfs.fat /dev/vda >/dev/null && mount /dev/vda /mnt/DOS"
                             " && echo kept > /mnt/DOS/KEPT.TXT");
     ASSERT_EQ(result.rc, 0) << result.output;
+    // Without --nvram the CMOS is qemu's own, its checksum set so that the
+    // driver reads it.
+    EXPECT_EQ(Sandbox::GuestCmos(guest).size(), Sandbox::CmosSize);
 
     // Returns at once, like the real one; the guest goes down a little later
     // with the file system still mounted: its data must reach the image.

@@ -1,5 +1,8 @@
 // Loading BIOS settings on an RB417 board: from the main menu (ending in a
-// restart) and within an installation, with /dev/nvram bound to a file.
+// restart) and within an installation, into the guest's CMOS through the
+// kernel's /dev/nvram. CMOS is read back through the guest, before a restart
+// ends it; every image here has a right checksum, so it reads back as it is.
+#include "Cmos.h"
 #include "ScreenTest.h"
 #include "TempDir.h"
 
@@ -20,9 +23,9 @@ const int HelpRow = 11;
 const int PopupRow = 12;
 
 const std::string Rb417Vendor = "Phoenix Technologies LTD";
-const std::string CmosBefore = "CMOS as the board left it\n";
-const std::string Standard = "standard VGA settings for the board\n";
-const std::string Enhanced = "enhanced SVGA settings for the board\n";
+const std::string CmosBefore = Sandbox::CmosImage("CMOS as the board left it\n", 0x10);
+const std::string Standard = Sandbox::CmosImage("standard VGA settings for the board\n", 0x20);
+const std::string Enhanced = Sandbox::CmosImage("enhanced SVGA settings for the board\n", 0x30);
 
 const std::string LegacyHelp = "      (Legacy settings for VGA)      ";
 const std::string SvgaHelp = "(Recommended for SVGA & Multiviewers)";
@@ -55,7 +58,10 @@ public:
     static void SetUpTestSuite()
     {
         _files = std::make_unique<Sandbox::TempDir>("/tmp/wizard-bios-");
-        std::ofstream(_files->Path() + "/nvram") << CmosBefore;
+        // Written before the guest starts, so that it sees them as they are.
+        std::ofstream(_files->Path() + "/nvram", std::ios::binary) << CmosBefore;
+        std::ofstream(_files->Path() + "/standard.bios", std::ios::binary) << Standard;
+        std::ofstream(_files->Path() + "/enhanced.bios", std::ios::binary) << Enhanced;
         auto options = SuiteDefaults();
         options.biosVendor = Rb417Vendor;
         options.nvramFile = _files->Path() + "/nvram";
@@ -72,31 +78,20 @@ protected:
     void SetUp() override
     {
         GuestSuite::SetUp();
-        // Every test starts with the board's own CMOS and no settings files.
-        RunInGuest("printf '" + Escaped(CmosBefore) +
-                   "' > /dev/nvram && rm -f /mnt/USB/data/rb417*.bios");
+        // Every test starts with the CMOS driver, the board's own CMOS and no
+        // settings files.
+        RunInGuest("modprobe nvram && udevadm settle && dd if=" + _files->Path() +
+                   "/nvram of=/dev/nvram bs=114 conv=notrunc status=none && "
+                   "rm -f /mnt/USB/data/rb417*.bios");
     }
 
-    static std::string Escaped(const std::string& text)
+    // "standard" or "enhanced" under the key's name for it.
+    void WriteSettings(const std::string& name, const std::string& set)
     {
-        std::string out;
-        for (char c : text)
-            out += c == '\n' ? std::string("\\n") : std::string(1, c);
-        return out;
+        RunInGuest("cp " + _files->Path() + "/" + set + ".bios /mnt/USB/data/" + name);
     }
 
-    void WriteSettings(const std::string& name, const std::string& content)
-    {
-        RunInGuest("printf '" + Escaped(content) + "' > /mnt/USB/data/" + name);
-    }
-
-    std::string Cmos() const
-    {
-        std::ifstream in(Guest().IoDir() + "/nvram");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
+    std::string Cmos() const { return Sandbox::GuestCmos(Guest()); }
 
     std::string Result() const
     {
@@ -223,12 +218,44 @@ TEST_F(BiosFromMainMenu, AMissingSettingsFileIsReportedAndTheMenuComesBack)
     ASSERT_TRUE(WaitFor("Vidorama Install and Rescue")) << Screen();
     Keys({"6"});
     ASSERT_TRUE(WaitExit().has_value());
-    EXPECT_EQ(Cmos(), "") << "the device is opened for writing before the source is checked";
+    EXPECT_EQ(Cmos(), CmosBefore);
+}
+
+TEST_F(BiosFromMainMenu, WithoutTheCmosDriverTheResetFailsAndNothingRestarts)
+{
+    // A board whose kernel has no nvram driver: no /dev/nvram at all.
+    RunInGuest("rmmod nvram && ! test -e /dev/nvram");
+    WriteSettings("rb417s.bios", "standard");
+    OpenFromMainMenu();
+    Keys({"1"});
+    ASSERT_TRUE(WaitFor("Error during bios settings reset!")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(Row(screen, PopupRow).find("x Error during bios settings reset! x"),
+              std::string::npos)
+        << screen;
+    EXPECT_EQ(Row(screen, BottomRow), "  <ENTER> return to the main menu") << screen;
+    EXPECT_EQ(screen.find("Settings are applied"), std::string::npos) << screen;
+    EXPECT_TRUE(WaitForLog("3 Error writing cmos settings", 5)) << Log();
+    Keys({"Enter"});
+    ASSERT_TRUE(WaitFor("Vidorama Install and Rescue")) << Screen();
+    EXPECT_FALSE(Guest().WaitEnded(3)) << "nothing restarts";
+    Keys({"6"});
+    ASSERT_EQ(WaitExit().value_or(-1), 2) << Screen();
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "0 StartStep selected item: 9",
+                                        "3 Error writing cmos settings",
+                                        "0 StartStep selected item: 10"}))
+        << Log();
+    // No plain file was left in the device's place; with the driver back,
+    // CMOS is as it was.
+    EXPECT_EQ(Guest().Run("test -e /dev/nvram").rc, 1);
+    RunInGuest("modprobe nvram && udevadm settle");
+    EXPECT_EQ(Cmos(), CmosBefore);
 }
 
 TEST_F(BiosFromMainMenu, WithinInstallationEscapeIsNotOffered)
 {
-    WriteSettings("rb417s.bios", Standard);
+    WriteSettings("rb417s.bios", "standard");
     Start(Program("BiosStepProgram"));
     ASSERT_TRUE(WaitFor(Trimmed(LegacyHelp))) << Screen();
     const std::string screen = Screen();
@@ -260,11 +287,12 @@ TEST_F(BiosFromMainMenu, WithinInstallationAFailureAsksToContinue)
     EXPECT_EQ(LogMessages(),
               std::vector<std::string>({"0 Log created!", "3 Error writing cmos settings"}))
         << Log();
+    EXPECT_EQ(Cmos(), CmosBefore);
 }
 
 TEST_F(BiosRestart, TwoLoadsTheEnhancedSetAtOnceAndRestartsAfterEnter)
 {
-    WriteSettings("rb417e.bios", Enhanced);
+    WriteSettings("rb417e.bios", "enhanced");
     OpenFromMainMenu();
     Keys({"2"});
     const std::string message = "Settings are applied, remove the USB key then press <ENTER>";

@@ -529,6 +529,29 @@ TEST_F(TwoDisks, YesClearsOnlyTheConfigurationLineFiles)
     EXPECT_EQ(VersionDirectories(), AllVersions);
 }
 
+TEST_F(TwoDisks, YesClearsTheDosSidesUpperCaseConfigurationLinesToo)
+{
+    LayOut(Layout());
+    // Beside the usual files, names as the DOS side writes them (upper-case
+    // 8.3, shown as stored) and a long one in mixed case.
+    ASSERT_EQ(Look("cd dos/dorim/data/setup && touch CAM3.LIN Studio.Lin LAN-3.LIN X.LIN.BAK "
+                   "site/CAM4.LIN && echo done"),
+              "done\n");
+    StartFromDisk();
+    Keys({"3"});
+    ChooseDisk("/dev/vda", "Clear configuration lines");
+    ASSERT_TRUE(WaitFor(ClearQuestion)) << Screen();
+    Keys({"y"});
+    BackToMenu(MaintenanceMenu);
+    EXPECT_EQ(Screen().find("Error deleting configuration lines!"), std::string::npos) << Screen();
+    ExitToShell("4");
+
+    EXPECT_FALSE(Logged("3 Error cleaning configuration lines")) << Log();
+    EXPECT_EQ(SetupFiles(), "./LAN-3.LIN\n./X.LIN.BAK\n./a-b.lin\n./keep.txt\n./site/site.cfg\n");
+    EXPECT_EQ(Look("ls dos"), "COMMAND.COM\nIO.SYS\nMSDOS.SYS\nVersions\nboot\ndorim\n");
+    EXPECT_EQ(VersionDirectories(), AllVersions);
+}
+
 // ---------------------------------------------------------------------------
 // One installed disk; the last test makes another Linux version current.
 class OneDisk : public MaintenanceSuite

@@ -587,6 +587,28 @@ TEST_F(ConfigurationLines, YesDeletesOnlyTheConfigurationLines)
     EXPECT_EQ(SetupListing(), ".\n./a-b.lin\n./keep.txt\n./sub\n./sub/notes.txt\n./x.lin.bak\n");
 }
 
+TEST_F(ConfigurationLines, TheDosSidesUpperCaseNamesAreClearedToo)
+{
+    // The DOS side writes upper-case 8.3 names, which a FAT mount shows as
+    // they are stored; a long name keeps its mixed case. On FAT "video.lin"
+    // and "VIDEO.LIN" would be one file, hence the other names.
+    Layout(DosSystem + "mkdir -p " + SetupDirectory + "/SUB && cd " + SetupDirectory +
+               " && touch CAM3.LIN video.lin Studio.Lin keep.txt lan-3.lin x.lin.bak "
+               "LAN-4.LIN SUB/CAM5.LIN SUB/NOTES.TXT && cd / && ",
+           false);
+    ASSERT_EQ(SetupListing(), ".\n./CAM3.LIN\n./LAN-4.LIN\n./SUB\n./SUB/CAM5.LIN\n./SUB/NOTES.TXT\n"
+                              "./Studio.Lin\n./keep.txt\n./lan-3.lin\n./video.lin\n./x.lin.bak\n");
+    Run("lines");
+    ASSERT_TRUE(WaitFor(LinesQuestion)) << Screen();
+    Keys({"y"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1\n");
+    EXPECT_EQ(Log(), "");
+    EXPECT_EQ(SetupListing(),
+              ".\n./LAN-4.LIN\n./SUB\n./SUB/NOTES.TXT\n./keep.txt\n./lan-3.lin\n./x.lin.bak\n");
+    EXPECT_EQ(OnDisk("ls /mnt/DOS"), "COMMAND.COM\nIO.SYS\nMSDOS.SYS\nVersions\ndorim\n");
+}
+
 TEST_F(ConfigurationLines, WhateverIsMountedOnTheDosMountPointIsCleaned)
 {
     // Not a FAT: the upper-case directory name is the one that counts there.

@@ -84,6 +84,7 @@ if wait_for "<ENTER> or number to select the operation." 600; then
         check "the demo shows the partition labels" shows "ext4       LINUX"
         check "the demo read the NVMe disk's partitions" shows "fat16      DOS"
         check "the demo shows the saved boot entry" shows "saved default VidoramaLinux"
+        check "the demo reads the board's CMOS back" shows "BIOS settings (CMOS): unchanged"
         check "the demo shows the log" shows "Last lines of installer.log:"
         check "the demo ends with status 0" shows "DEMO-STATUS 0"
     else

@@ -29,7 +29,9 @@ struct GuestOptions
     std::string usbKeyDir;
     // Guest shell text, sourced by the guest's init before the agent starts.
     std::string setupScript;
-    // Host file copied to <io>/nvram and bound over /dev/nvram.
+    // Host file (at most 114 bytes) written into the guest's CMOS through the
+    // kernel's /dev/nvram at start; what the guest writes there stays in the
+    // guest: read it through the guest (GuestCmos in Cmos.h) before it ends.
     std::string nvramFile;
     // The guest is ended after this long whatever happens.
     int timeoutSec = 3600;

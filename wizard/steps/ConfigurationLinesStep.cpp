@@ -26,9 +26,18 @@ const int KeyEnter = 10;
 // Upper case here, lower case in the partition step: the same directory of a
 // FAT partition, which does not tell them apart.
 const char* const SetupDirectory = "/DORIM/DATA/SETUP";
-const char* const ConfigurationLinePattern = "\\w+\\.lin";
 
 } // namespace
+
+// "\w+\.lin" with the extension in any case. The DOS side writes upper-case
+// 8.3 names ("CAM3.LIN"); FAT mounts once showed such names in lower case
+// (shortname=lower), today's kernels show them as stored (shortname=mixed).
+// Mounting with shortname=lower would help only where this step mounts the
+// partition itself (a partition already mounted keeps its options) and not
+// for a long name stored in mixed case ("Video.Lin"); a pattern that takes
+// the extension in any case works on every mount. Written with character
+// classes, it stays a plain ECMAScript pattern for DiskTools::DeleteAllFiles.
+const char* const ConfigurationLinesStep::LinePattern = "\\w+\\.[Ll][Ii][Nn]";
 
 ConfigurationLinesStep::ConfigurationLinesStep() : WizardStep("Clear configuration lines", "") {}
 
@@ -75,13 +84,12 @@ bool ConfigurationLinesStep::CleanConfigurationLines()
     // Whatever is mounted there is taken as the DOS side.
     if (!DiskDiagnostics::IsDirectoryMounted(InstallPackage::DosMountPoint) &&
         (!disk || !DiskTools::MountPartition(disk->path.c_str(), 1, "fat16",
-                                              InstallPackage::DosMountPoint, false)))
+                                             InstallPackage::DosMountPoint, false)))
     {
         return false;
     }
     const std::string directory = std::string(InstallPackage::DosMountPoint) + SetupDirectory;
-    const bool result =
-        DiskTools::DeleteAllFiles(directory.c_str(), ConfigurationLinePattern, true);
+    const bool result = DiskTools::DeleteAllFiles(directory.c_str(), LinePattern, true);
     if (!result)
     {
         InstallWizard::log(3, "Error cleaning configuration lines");

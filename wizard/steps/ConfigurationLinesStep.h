@@ -13,7 +13,7 @@ namespace InstallerWizard
 {
 
 // Deletes, after "y", the DOS side's configuration-line files (names ending in
-// ".lin") of the product's setup directory on the DOS partition.
+// ".lin", in any case) of the product's setup directory on the DOS partition.
 class ConfigurationLinesStep : public WizardStep
 {
 public:
@@ -26,6 +26,10 @@ public:
     bool CleanConfigurationLines();
 
     void SetDisk(const std::shared_ptr<ZarnLinuxTools::Disk>& value) { disk = value; }
+
+    // The names that are configuration lines, matched as a whole (ECMAScript):
+    // word characters, a dot and "lin" in any case.
+    static const char* const LinePattern;
 
 private:
     std::shared_ptr<ZarnLinuxTools::Disk> disk;
