@@ -609,21 +609,56 @@ TEST_F(ConfigurationLines, TheDosSidesUpperCaseNamesAreClearedToo)
     EXPECT_EQ(OnDisk("ls /mnt/DOS"), "COMMAND.COM\nIO.SYS\nMSDOS.SYS\nVersions\ndorim\n");
 }
 
-TEST_F(ConfigurationLines, WhateverIsMountedOnTheDosMountPointIsCleaned)
+TEST_F(ConfigurationLines, AnotherDosSideLeftOnTheMountPointIsReleasedNotCleaned)
 {
-    // Not a FAT: the upper-case directory name is the one that counts there.
-    const std::string other = "/mnt/DOS/DORIM/DATA/SETUP";
+    // What an earlier operation left on /mnt/DOS: another DOS side (a
+    // directory bound there stands for another disk's partition).
+    const std::string other = "/tmp/other-dos/DORIM/DATA/SETUP";
     Layout(SetupFiles(), false);
-    RunInGuest("mount -t tmpfs other /mnt/DOS && mkdir -p " + other + " && touch " + other +
-               "/other.lin " + other + "/other.txt");
+    RunInGuest("mkdir -p " + other + " && touch " + other + "/other.lin " + other +
+               "/other.txt && mount --bind /tmp/other-dos /mnt/DOS");
     Run("lines");
     ASSERT_TRUE(WaitFor(LinesQuestion)) << Screen();
+    // The question names the disk it acts on.
+    EXPECT_EQ(Row(Screen(), 5).rfind("     Disk: /dev/vda Virtio Block Device, ", 0), 0u)
+        << Screen();
     Keys({"y"});
     ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
     EXPECT_EQ(Result(), "run 1\n");
-    EXPECT_EQ(Guest().Run("ls " + other).output, "other.txt\n");
-    EXPECT_EQ(Mounts(), "other /mnt/DOS\n");
+    // The chosen disk's lines went, the other side kept everything.
+    EXPECT_EQ(Guest().Run("ls " + other).output, "other.lin\nother.txt\n");
+    EXPECT_EQ(Mounts(), "/dev/vda1 /mnt/DOS\n");
     RunInGuest("umount /mnt/DOS");
+    EXPECT_EQ(SetupListing(), ".\n./a-b.lin\n./keep.txt\n./sub\n./sub/notes.txt\n./x.lin.bak\n");
+}
+
+TEST_F(ConfigurationLines, AMountPointHeldByAnotherDiskStopsBeforeAnythingIsDeleted)
+{
+    const std::string other = "/tmp/busy-dos/DORIM/DATA/SETUP";
+    Layout(SetupFiles(), false);
+    // A process working inside keeps the other side busy.
+    RunInGuest("mkdir -p " + other + " && touch " + other +
+               "/other.lin && mount --bind /tmp/busy-dos /mnt/DOS && "
+               "(cd /mnt/DOS && sleep 600 </dev/null >/dev/null 2>&1 &)");
+    Run("lines");
+    ASSERT_TRUE(WaitFor(LinesQuestion)) << Screen();
+    Keys({"y"});
+    ASSERT_TRUE(WaitFor(FailureBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 4), ContentRow("Error deleting configuration lines!", 3)) << screen;
+    EXPECT_NE(Row(screen, 7).find("/mnt/DOS is held by "), std::string::npos) << screen;
+    EXPECT_NE(Row(screen, 7).find(", not by /dev/vda: it cannot be released."), std::string::npos)
+        << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    RunInGuest("pkill -x sleep; sleep 1; umount /mnt/DOS");
+    EXPECT_EQ(Result(), "run 0\n");
+    const auto messages = Messages();
+    ASSERT_EQ(messages.size(), 2u) << Log();
+    EXPECT_EQ(messages[0].rfind("3 /mnt/DOS is held by ", 0), 0u) << Log();
+    EXPECT_EQ(messages[1], "0 Error deleting configuration lines") << Log();
+    // Nothing deleted anywhere.
+    EXPECT_EQ(Guest().Run("ls " + other).output, "other.lin\n");
     EXPECT_EQ(SetupListing(), AllSetupFiles);
 }
 

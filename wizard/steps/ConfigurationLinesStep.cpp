@@ -1,6 +1,7 @@
 #include "ConfigurationLinesStep.h"
 
-#include "DiskDiagnostics.h"
+#include "ChosenDiskMounts.h"
+#include "DiskDescription.h"
 #include "DiskTools.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
@@ -15,7 +16,6 @@ namespace InstallerWizard
 {
 
 using InstallerLib::InstallPackage;
-using ZarnLinuxTools::DiskDiagnostics;
 using ZarnLinuxTools::DiskTools;
 
 namespace
@@ -48,6 +48,9 @@ bool ConfigurationLinesStep::Run()
     CreateWindow();
     mvwprintw(_contentWindow, 1, 3,
               "All configuration lines of Vidorama will be deleted, continue? (y/n)");
+    // The disk whose lines go; row 2 stays free for the failure line.
+    if (disk)
+        mvwprintw(_contentWindow, 3, 3, "Disk: %s", DescribeDisk(*disk).c_str());
     wrefresh(_contentWindow);
 
     bool result = false;
@@ -61,6 +64,8 @@ bool ConfigurationLinesStep::Run()
             if (!result)
             {
                 mvwprintw(_contentWindow, 2, 3, "Error deleting configuration lines!");
+                if (!refusal.empty())
+                    mvwprintw(_contentWindow, 5, 3, "%s", refusal.c_str());
                 InstallWizard::log(0, "Error deleting configuration lines");
                 SetBottomText("<ENTER> return to the main menu");
                 wrefresh(_contentWindow);
@@ -81,13 +86,22 @@ bool ConfigurationLinesStep::Run()
 
 bool ConfigurationLinesStep::CleanConfigurationLines()
 {
-    // Whatever is mounted there is taken as the DOS side.
-    if (!DiskDiagnostics::IsDirectoryMounted(InstallPackage::DosMountPoint) &&
-        (!disk || !DiskTools::MountPartition(disk->path.c_str(), 1, "fat16",
-                                             InstallPackage::DosMountPoint, false)))
+    // Only the chosen disk's DOS partition is cleaned: another disk's left
+    // on the mount point by an earlier operation is unmounted first, and one
+    // that cannot be released stops the cleaning before anything is deleted.
+    refusal.clear();
+    if (!disk)
+        return false;
+    const MountPointState dos =
+        TakeMountPoint(disk->path, 1, "fat16", InstallPackage::DosMountPoint);
+    if (dos.held)
     {
+        refusal = HeldMessage(InstallPackage::DosMountPoint, dos.holder, disk->path);
+        InstallWizard::log(3, refusal.c_str());
         return false;
     }
+    if (!dos.mounted)
+        return false;
     const std::string directory = std::string(InstallPackage::DosMountPoint) + SetupDirectory;
     const bool result = DiskTools::DeleteAllFiles(directory.c_str(), LinePattern, true);
     if (!result)

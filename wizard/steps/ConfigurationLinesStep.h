@@ -4,6 +4,7 @@
 #include "WizardStep.h"
 
 #include <memory>
+#include <string>
 
 namespace Kel
 {
@@ -33,6 +34,9 @@ public:
 
 private:
     std::shared_ptr<ZarnLinuxTools::Disk> disk;
+    // Why the last cleaning did not start: the DOS mount point is held by
+    // another disk. Empty otherwise.
+    std::string refusal;
 };
 
 } // namespace InstallerWizard
