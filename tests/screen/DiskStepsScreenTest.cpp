@@ -96,13 +96,18 @@ protected:
         return text.str();
     }
 
-    // Shows the hardware check's warnings, then lets the step run on its own.
+    // The screen while the hardware check's warnings are up, then lets the step
+    // run on its own.
     std::string CheckScreen()
     {
         Start(Program("DiskStepsProgram") + " check");
+        for (int i = 0; i < 300 && !std::ifstream(HostWorkDir() + "/drawn").good(); ++i)
+            Pause(100);
+        EXPECT_TRUE(std::ifstream(HostWorkDir() + "/drawn").good()) << Screen();
         EXPECT_TRUE(WaitFor("Hardware check")) << Screen();
+        Settle();
         const std::string screen = Screen();
-        Keys({"Enter"});
+        RunInGuest("touch " + WorkDir() + "/go");
         const auto status = WaitExit();
         EXPECT_TRUE(status.has_value()) << Screen();
         EXPECT_EQ(status.value_or(-1), 0);
@@ -149,13 +154,20 @@ public:
 
 } // namespace
 
-TEST_F(SmallMachineTwoDisks, MemoryWarningIsDrawnOverTheBoardWarning)
+TEST_F(SmallMachineTwoDisks, BothWarningsAreShownOneUnderTheOtherAndLogged)
 {
     SetBiosVendor(std::nullopt);
     const std::string screen = CheckScreen();
-    EXPECT_EQ(Row(screen, WarningRow), Centered(MemoryWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow), Centered(BoardWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 1), Centered(MemoryWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 2), "") << screen;
     EXPECT_EQ(Row(screen, 1), Centered("Hardware check")) << screen;
     EXPECT_EQ(Row(screen, BottomRow), "") << screen;
+    // Once for the look above, once for the step's own run.
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "2 " + BoardWarning, "2 " + MemoryWarning,
+                                        "2 " + BoardWarning, "2 " + MemoryWarning}))
+        << Log();
 }
 
 TEST_F(SmallMachineTwoDisks, MemoryWarningOnASupportedBoard)
@@ -163,6 +175,10 @@ TEST_F(SmallMachineTwoDisks, MemoryWarningOnASupportedBoard)
     SetBiosVendor("Phoenix Technologies LTD");
     const std::string screen = CheckScreen();
     EXPECT_EQ(Row(screen, WarningRow), Centered(MemoryWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 1), "") << screen;
+    EXPECT_EQ(LogMessages(), std::vector<std::string>(
+                                 {"0 Log created!", "2 " + MemoryWarning, "2 " + MemoryWarning}))
+        << Log();
 }
 
 TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
@@ -245,6 +261,10 @@ TEST_F(LargeMachineOneDisk, BoardWarningAlone)
     SetBiosVendor(std::nullopt);
     const std::string screen = CheckScreen();
     EXPECT_EQ(Row(screen, WarningRow), Centered(BoardWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 1), "") << screen;
+    EXPECT_EQ(LogMessages(), std::vector<std::string>(
+                                 {"0 Log created!", "2 " + BoardWarning, "2 " + BoardWarning}))
+        << Log();
 }
 
 TEST_F(LargeMachineOneDisk, NoWarningOnEitherBoard)
@@ -254,7 +274,9 @@ TEST_F(LargeMachineOneDisk, NoWarningOnEitherBoard)
         SetBiosVendor(vendor);
         const std::string screen = CheckScreen();
         EXPECT_EQ(screen.find("Vidorama"), std::string::npos) << vendor << "\n" << screen;
-        RunInGuest("rm -f " + WorkDir() + "/result.txt");
+        EXPECT_EQ(Log().find("Vidorama"), std::string::npos) << Log();
+        RunInGuest("rm -f " + WorkDir() + "/result.txt " + WorkDir() + "/drawn " + WorkDir() +
+                   "/go");
     }
 }
 
