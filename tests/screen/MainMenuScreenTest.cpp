@@ -411,7 +411,7 @@ TEST_F(MainMenu, TheCountdownGoesUnderALongMessage)
     EXPECT_EQ(Row(screen, MessageRow), Centered(LongMessageFirst, 76)) << screen;
     EXPECT_EQ(Row(screen, MessageRow + 1), Centered(LongMessageSecond, 76)) << screen;
     // One row lower than without the message.
-    EXPECT_EQ(Row(screen, CountdownRow + 1).substr(0, 46),
+    EXPECT_EQ(Row(screen, CountdownRow + 1).substr(0, 45),
               std::string(23, ' ') + "Automatically start in")
         << screen;
     EXPECT_EQ(Row(screen, CountdownRow + 2), "") << screen;
