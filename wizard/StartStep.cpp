@@ -2,6 +2,9 @@
 
 #include "InstallPackage.h"
 #include "InstallWizard.h"
+#include "WrapText.h"
+
+#include <algorithm>
 
 #include <sstream>
 
@@ -25,6 +28,9 @@ const char* const BootNames[] = {"1", "2", "3", "4", "5", "6", "7", "8", "9"};
 const char* const SubMenuNames[] = {"1", "2", "3"};
 
 const int CountdownSeconds = 7;
+// Content rows of the -e message and of the countdown under it.
+const int MessageRow = 15;
+const int CountdownRow = 16;
 const int Escape = 27;
 const int Enter = 10;
 
@@ -45,13 +51,49 @@ void StartStep::CreateWindow()
 {
     WizardStep::CreateWindow();
     SetTitle(_runningFromDisk ? bootTitle : installTitle);
-    if (!_message.empty())
-        PrintInMiddle(_contentWindow, 15, 0, COLS - 8, _message.c_str(), A_BOLD | COLOR_PAIR(4));
+    DrawMessage();
     if (_runningFromDisk)
         CreateBootMenu();
     else
         CreateInstallMenu();
     SetBottomText("<ENTER> or number to select the operation.");
+}
+
+void StartStep::DrawMessage()
+{
+    // The message and the countdown go below the menu's window: at their own
+    // rows when those are free, lower on a console tall enough to bring the
+    // menu down onto them.
+    const int belowMenu = (_height - 16) / 2 + 11;
+    const int rows = getmaxy(_contentWindow);
+    int next = std::max(MessageRow, belowMenu);
+    if (!_message.empty())
+    {
+        const attr_t attributes = A_BOLD | COLOR_PAIR(4);
+        const int length = static_cast<int>(_message.size());
+        const int column = (COLS - 8 - length) / 2;
+        if (column >= 0 && column + length <= _width)
+        {
+            PrintInMiddle(_contentWindow, next, 0, COLS - 8, _message.c_str(), attributes);
+            ++next;
+        }
+        else
+        {
+            // Too long for its place: whole, on as many rows as it needs, each
+            // centred in the content window. When the window ends first the
+            // message is lifted, never into the menu's window, keeping a row
+            // for the countdown when there can be one.
+            const std::vector<std::string> lines = WrapText(_message, _width);
+            const int count = static_cast<int>(lines.size());
+            const int reserved = (_runningFromDisk && _timer) ? 1 : 0;
+            const int first = std::max(std::min(next, rows - reserved - count), belowMenu);
+            for (int i = 0; i < count && first + i < rows; ++i)
+                PrintInMiddle(_contentWindow, first + i, 0, _width,
+                              lines[static_cast<size_t>(i)].c_str(), attributes);
+            next = first + count;
+        }
+    }
+    _countdownRow = std::min(std::max(CountdownRow, next), rows - 1);
 }
 
 void StartStep::BuildItems(const std::vector<Entry>& entries, int count, const char* const names[])
@@ -153,7 +195,8 @@ void StartStep::DisplayMenu()
 void StartStep::DrawCountdown(int seconds)
 {
     wattron(_contentWindow, A_BOLD | COLOR_PAIR(4));
-    mvwprintw(_contentWindow, 16, (_width - 34) / 2, "Automatically start in %d seconds", seconds);
+    mvwprintw(_contentWindow, _countdownRow, (_width - 34) / 2, "Automatically start in %d seconds",
+              seconds);
     wattroff(_contentWindow, A_BOLD | COLOR_PAIR(4));
     wrefresh(_contentWindow);
 }
@@ -189,7 +232,7 @@ void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
             }
             // Any key cancels the countdown for good and is then acted upon.
             wattron(_contentWindow, COLOR_PAIR(2));
-            mvwprintw(_contentWindow, 16, (_width - 34) / 2, "%33s", "");
+            mvwprintw(_contentWindow, _countdownRow, (_width - 34) / 2, "%33s", "");
             wattroff(_contentWindow, COLOR_PAIR(2));
             wtimeout(_contentWindow, -1);
             autoStart = false;

@@ -65,6 +65,7 @@ private:
     void BuildItems(const std::vector<Entry>& entries, int count, const char* const names[]);
     void FreeMenu();
     void DrawCountdown(int seconds);
+    void DrawMessage();
 
     bool _runningFromDisk;
     bool _runningFromUsbKey;
@@ -76,6 +77,8 @@ private:
     int _itemCount = 0;
     int _selection = -1;
     int _lastPosition = -1;
+    // Content row of the countdown: under the -e message, however many rows it takes.
+    int _countdownRow = 16;
     int* _codes = nullptr;
     WINDOW* _menuWindow = nullptr;
     ITEM** _items = nullptr;

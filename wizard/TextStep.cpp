@@ -19,13 +19,31 @@ TextStep::TextStep(const char* title, const char* filePath)
 
 void TextStep::PrintLine(int row, const std::string& line)
 {
-    const std::string shown = line.substr(0, static_cast<size_t>(_width - 1));
-    // The line is its own format text, so a "%" in the file is interpreted.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    mvwprintw(_contentWindow, row, 0, shown.c_str());
-#pragma GCC diagnostic pop
+    // The key's text is shown exactly as written: never used as a format, so a
+    // "%" is an ordinary character. A control character shows as curses
+    // spells it ("^M"), a tab as blanks up to the next stop; the row is cut at
+    // width - 1 columns, so nothing runs over into the next row.
+    const int columns = _width - 1;
+    std::string text = line;
+    if (!text.empty() && text.back() == '\r')
+        text.pop_back();
+    wmove(_contentWindow, row, 0);
+    int column = 0;
+    for (const char c : text)
+    {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        const std::string shown =
+            byte == '\t' ? std::string(static_cast<size_t>(8 - column % 8), ' ') : unctrl(byte);
+        if (column + static_cast<int>(shown.size()) > columns)
+            break;
+        waddstr(_contentWindow, shown.c_str());
+        column += static_cast<int>(shown.size());
+    }
+}
+
+int TextStep::ReadKey()
+{
+    return wgetch(_contentWindow);
 }
 
 bool TextStep::Run()
@@ -60,7 +78,7 @@ bool TextStep::Run()
 
     for (;;)
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKey();
         if (key == KEY_DOWN)
         {
             std::string line;

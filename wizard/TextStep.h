@@ -22,6 +22,10 @@ public:
     // Always true, once the user leaves with ESC.
     bool Run() override;
 
+protected:
+    // The next key from the content window.
+    virtual int ReadKey();
+
 private:
     void PrintLine(int row, const std::string& line);
 

@@ -17,7 +17,8 @@ namespace
 
 const int WarningRow = 7;
 const int HeadingRow = 5;
-const int FirstMenuRow = 5;
+// Under the heading: the menu's own row, (23 - 16) / 2 = 3, is the heading's.
+const int FirstMenuRow = 6;
 const int BottomRow = 23;
 
 // Exactly 2,304 MiB: the smallest disk taken; the sector below it is refused.
@@ -96,13 +97,18 @@ protected:
         return text.str();
     }
 
-    // Shows the hardware check's warnings, then lets the step run on its own.
+    // The screen while the hardware check's warnings are up, then lets the step
+    // run on its own.
     std::string CheckScreen()
     {
         Start(Program("DiskStepsProgram") + " check");
+        for (int i = 0; i < 300 && !std::ifstream(HostWorkDir() + "/drawn").good(); ++i)
+            Pause(100);
+        EXPECT_TRUE(std::ifstream(HostWorkDir() + "/drawn").good()) << Screen();
         EXPECT_TRUE(WaitFor("Hardware check")) << Screen();
+        Settle();
         const std::string screen = Screen();
-        Keys({"Enter"});
+        RunInGuest("touch " + WorkDir() + "/go");
         const auto status = WaitExit();
         EXPECT_TRUE(status.has_value()) << Screen();
         EXPECT_EQ(status.value_or(-1), 0);
@@ -149,13 +155,20 @@ public:
 
 } // namespace
 
-TEST_F(SmallMachineTwoDisks, MemoryWarningIsDrawnOverTheBoardWarning)
+TEST_F(SmallMachineTwoDisks, BothWarningsAreShownOneUnderTheOtherAndLogged)
 {
     SetBiosVendor(std::nullopt);
     const std::string screen = CheckScreen();
-    EXPECT_EQ(Row(screen, WarningRow), Centered(MemoryWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow), Centered(BoardWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 1), Centered(MemoryWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 2), "") << screen;
     EXPECT_EQ(Row(screen, 1), Centered("Hardware check")) << screen;
     EXPECT_EQ(Row(screen, BottomRow), "") << screen;
+    // Once for the look above, once for the step's own run.
+    EXPECT_EQ(LogMessages(),
+              std::vector<std::string>({"0 Log created!", "2 " + BoardWarning, "2 " + MemoryWarning,
+                                        "2 " + BoardWarning, "2 " + MemoryWarning}))
+        << Log();
 }
 
 TEST_F(SmallMachineTwoDisks, MemoryWarningOnASupportedBoard)
@@ -163,6 +176,10 @@ TEST_F(SmallMachineTwoDisks, MemoryWarningOnASupportedBoard)
     SetBiosVendor("Phoenix Technologies LTD");
     const std::string screen = CheckScreen();
     EXPECT_EQ(Row(screen, WarningRow), Centered(MemoryWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 1), "") << screen;
+    EXPECT_EQ(LogMessages(), std::vector<std::string>(
+                                 {"0 Log created!", "2 " + MemoryWarning, "2 " + MemoryWarning}))
+        << Log();
 }
 
 TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
@@ -171,6 +188,10 @@ TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
     ASSERT_TRUE(WaitFor("/dev/vdb")) << Screen();
     const std::string screen = Screen();
     EXPECT_EQ(Row(screen, 1), Centered("Select Disk")) << screen;
+    // The heading is seen with the disks under it.
+    EXPECT_EQ(Row(screen, HeadingRow), std::string(23, ' ') + "Select the target disk:") << screen;
+    for (int row = 2; row < HeadingRow; ++row)
+        EXPECT_EQ(Row(screen, row), "") << row << "\n" << screen;
     // The disks come in the order the disk library lists them; the first is highlighted.
     const std::string first =
         Row(screen, FirstMenuRow).find("/dev/vda") != std::string::npos ? "/dev/vda" : "/dev/vdb";
@@ -194,6 +215,41 @@ TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
     EXPECT_EQ(Result(), "run 0 disk none\n");
     EXPECT_EQ(LogMessages(), std::vector<std::string>({"0 Log created!", "0 No disk selected"}))
         << Log();
+}
+
+// A serial console of 24 lines (the size curses takes when a serial line
+// reports none): the guest's console is set to 80x24 for this test and back
+// to 80x25 after it, whatever happens; the tmux screen keeps its 25th row
+// empty.
+TEST_F(SmallMachineTwoDisks, At80x24TheHeadingAndEveryDiskAreSeen)
+{
+    struct ConsoleSize
+    {
+        Sandbox::Guest& guest;
+        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore{Guest()};
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    Start(Program("DiskStepsProgram") + " disk 1");
+    ASSERT_TRUE(WaitFor("/dev/vdb")) << Screen();
+    ASSERT_TRUE(WaitFor("<ENTER> to select the disk")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 1), Centered("Select Disk")) << screen;
+    EXPECT_EQ(Row(screen, HeadingRow), std::string(23, ' ') + "Select the target disk:") << screen;
+    // (22 - 16) / 2 = 3 is the heading's row too: the menu is under it.
+    for (const std::string device : {"/dev/vda", "/dev/vdb"})
+    {
+        const bool first = Row(screen, FirstMenuRow).find(device) != std::string::npos;
+        const bool second = Row(screen, FirstMenuRow + 1).find(device) != std::string::npos;
+        EXPECT_TRUE(first || second) << device << "\n" << screen;
+    }
+    // The frame's bottom line is one row higher than on 25 lines.
+    EXPECT_EQ(Row(screen, BottomRow - 1),
+              "  <ESC> return to the main menu, <ENTER> to select the disk")
+        << screen;
+    EXPECT_EQ(Row(screen, BottomRow), "") << screen;
+    Keys({"Escape"});
+    ASSERT_TRUE(WaitExit().has_value()) << Screen();
+    EXPECT_EQ(Result(), "run 0 disk none\n");
 }
 
 TEST_F(SmallMachineTwoDisks, TheSmallestGoodDiskPassesAndStaysChosen)
@@ -245,6 +301,10 @@ TEST_F(LargeMachineOneDisk, BoardWarningAlone)
     SetBiosVendor(std::nullopt);
     const std::string screen = CheckScreen();
     EXPECT_EQ(Row(screen, WarningRow), Centered(BoardWarning)) << screen;
+    EXPECT_EQ(Row(screen, WarningRow + 1), "") << screen;
+    EXPECT_EQ(LogMessages(), std::vector<std::string>(
+                                 {"0 Log created!", "2 " + BoardWarning, "2 " + BoardWarning}))
+        << Log();
 }
 
 TEST_F(LargeMachineOneDisk, NoWarningOnEitherBoard)
@@ -254,7 +314,9 @@ TEST_F(LargeMachineOneDisk, NoWarningOnEitherBoard)
         SetBiosVendor(vendor);
         const std::string screen = CheckScreen();
         EXPECT_EQ(screen.find("Vidorama"), std::string::npos) << vendor << "\n" << screen;
-        RunInGuest("rm -f " + WorkDir() + "/result.txt");
+        EXPECT_EQ(Log().find("Vidorama"), std::string::npos) << Log();
+        RunInGuest("rm -f " + WorkDir() + "/result.txt " + WorkDir() + "/drawn " + WorkDir() +
+                   "/go");
     }
 }
 

@@ -243,11 +243,24 @@ protected:
 
     // The whole tool menu: title, prompt, items, the help of the highlighted
     // item and the bottom text, every other row blank.
-    void ExpectToolMenu(const std::string& screen, const std::vector<ShownTool>& tools, int current)
+    // The console has `lines` lines: 25, or 24 for a serial line that
+    // reports no size.
+    void ExpectToolMenu(const std::string& screen, const std::vector<ShownTool>& tools, int current,
+                        int lines = 25)
     {
+        // Content rows: the items from (height - 6 - count) / 2, under the
+        // prompt when they would reach it; the help on count + 6, under the
+        // items when it would share a row with one. Screen rows are two lower.
         const int count = static_cast<int>(tools.size());
-        const int firstItemRow = 2 + (17 - count) / 2;
-        const int helpRow = 2 + count + 6;
+        const int height = lines - 2;
+        int menuRow = (height - 6 - count) / 2;
+        if (menuRow <= PromptRow - 2)
+            menuRow = PromptRow - 1;
+        int helpRow = count + 6;
+        if (helpRow >= menuRow && helpRow < menuRow + count)
+            helpRow = menuRow + count;
+        const int firstItemRow = 2 + menuRow;
+        helpRow += 2;
         size_t nameWidth = 1;
         for (const auto& tool : tools)
             nameWidth = std::max(nameWidth, tool.menu.size());
@@ -259,11 +272,12 @@ protected:
             expected[firstItemRow + i] =
                 MenuRow(i == current, tools[i].menu, tools[i].label, nameWidth);
         expected[helpRow] = Centered(tools[current].description, 76, 6);
-        expected[BottomRow] = BottomText;
+        const int bottomRow = lines - 2;
+        expected[static_cast<size_t>(bottomRow)] = BottomText;
         for (int row = 1; row <= 23; ++row)
         {
-            // Row 22 is the bottom window's line.
-            if (row == 22)
+            // The bottom window's line.
+            if (row == bottomRow - 1)
                 continue;
             EXPECT_EQ(Row(screen, row), expected[row]) << "row " << row << "\n" << screen;
         }
@@ -274,6 +288,70 @@ protected:
         Keys({"Escape"});
         ASSERT_TRUE(WaitFor("Vidorama Install and Rescue")) << Screen();
         ASSERT_TRUE(WaitFor("Shutdown")) << Screen();
+    }
+
+    // Lists of one, two and three tools, each tool with a help of its own: on
+    // this 25-line console every label and the help of the highlighted tool
+    // are on screen at once, whichever tool is highlighted, and the last tool
+    // is the one its digit and ENTER run. On an RB417 the tools are one for
+    // any board and the others for the RB417, with one for the K9Q left out.
+    void ExpectSmallListsShown(bool rb417)
+    {
+        static const std::vector<std::string> scripts = {"one", "two", "three"};
+        WriteRecorders();
+        size_t runs = 0;
+        for (int count = 1; count <= 3; ++count)
+        {
+            std::string json = "[";
+            std::vector<ShownTool> shown;
+            if (rb417)
+                json += R"({"menu": "K", "label": "K9Q only", "executable": "hwtest/five.sh",
+                           "board": "K9Q"},)";
+            for (int i = 1; i <= count; ++i)
+            {
+                const std::string number = std::to_string(i);
+                const std::string label = "Tool number " + number;
+                const std::string help = "Help of tool number " + number;
+                std::string board;
+                if (rb417 && i > 1)
+                    board = R"(, "board": "RB417")";
+                json += std::string(i > 1 ? "," : "") + R"({"menu": ")" + number +
+                        R"(", "label": ")" + label + R"(", "description": ")" + help +
+                        R"(", "executable": "hwtest/)" + scripts[static_cast<size_t>(i - 1)] +
+                        R"(.sh")" + board + "}";
+                shown.push_back({number, label, help});
+            }
+            json += "]";
+            WriteToolList(json);
+            Start(Wizard());
+            OpenTools();
+            for (int current = 0; current < count; ++current)
+            {
+                if (current > 0)
+                {
+                    Keys({"Down"});
+                    ASSERT_TRUE(WaitFor(shown[static_cast<size_t>(current)].description))
+                        << Screen();
+                }
+                const std::string screen = Screen();
+                SCOPED_TRACE(std::to_string(count) + " tools, tool " + std::to_string(current + 1) +
+                             " highlighted");
+                ExpectToolMenu(screen, shown, current);
+                for (const auto& tool : shown)
+                    EXPECT_NE(screen.find(tool.label), std::string::npos) << screen;
+            }
+            // ENTER on the last tool, then its digit, run the last tool.
+            Keys({"Enter"});
+            ASSERT_TRUE(WaitForRuns(++runs)) << Screen();
+            Keys({std::to_string(count)});
+            ASSERT_TRUE(WaitForRuns(++runs)) << Screen();
+            const auto all = Runs();
+            const std::string& script = scripts[static_cast<size_t>(count - 1)];
+            EXPECT_EQ(all.at(runs - 2).substr(0, script.size() + 1), script + "|");
+            EXPECT_EQ(all.at(runs - 1).substr(0, script.size() + 1), script + "|");
+            EscapeToMainMenu();
+            ExitToShell(ExitKey(true));
+        }
     }
 
     // The board tests of the three machines: BoardTools filtered for this
@@ -607,35 +685,39 @@ TEST_F(HWMaintenance, RunAsRootWithoutTheRightIsLoggedAndTheToolRunsAsTheUser)
         << Log();
 }
 
-// The help goes on content row count + 6, the items start on content row
-// (17 - count) / 2 of this 25-line console: with two tools the help row is
-// the second item's row, and the help is drawn over that item.
-TEST_F(HWMaintenance, WithTwoToolsTheHelpIsDrawnOnTheSecondItemsRow)
+TEST_F(HWMaintenance, WithOneToThreeToolsEveryToolAndItsHelpAreVisible)
 {
-    WriteToolList(R"([
-      {"menu": "1", "label": "First", "description": "Help of the first",
-       "executable": "hwtest/one.sh"},
-      {"menu": "2", "label": "Second", "description": "Help of the second",
-       "executable": "hwtest/two.sh"}
-    ])");
-    WriteRecorders();
-    Start(Wizard());
-    OpenTools();
-    std::string screen = Screen();
-    EXPECT_EQ(Row(screen, 9), MenuRow(true, "1", "First")) << screen;
-    EXPECT_EQ(Row(screen, 10), Centered("Help of the first", 76, 6)) << screen;
-    EXPECT_EQ(Row(screen, 11), "") << screen;
-    Keys({"Down"});
-    ASSERT_TRUE(WaitFor("Help of the second")) << Screen();
-    screen = Screen();
-    EXPECT_EQ(Row(screen, 9), MenuRow(false, "1", "First")) << screen;
-    EXPECT_EQ(Row(screen, 10), Centered("Help of the second", 76, 6)) << screen;
-    // The hidden item is still the one ENTER runs.
-    Keys({"Enter"});
-    ASSERT_TRUE(WaitForRuns(1)) << Screen();
-    EXPECT_EQ(Runs().at(0).substr(0, 4), "two|");
-    EscapeToMainMenu();
-    ExitToShell(ExitKey(true));
+    ExpectSmallListsShown(false);
+}
+
+// A serial console of 24 lines (the size curses takes when a serial line
+// reports none): set for this test and back to 80x25 after it, whatever
+// happens; the tmux screen keeps its 25th row empty.
+TEST_F(HWMaintenance, At80x24EveryToolAndItsHelpAreVisible)
+{
+    struct ConsoleSize
+    {
+        Sandbox::Guest& guest;
+        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore{Guest()};
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    for (const std::string& json : {std::string(R"([{"menu": "1", "label": "Only tool",
+        "description": "Help of the only tool", "executable": "hwtest/one.sh"}])"),
+                                    FourTools})
+    {
+        const std::vector<ShownTool> shown =
+            json == FourTools ? FourShown
+                              : std::vector<ShownTool>{{"1", "Only tool", "Help of the only tool"}};
+        WriteToolList(json);
+        Start(Wizard());
+        ASSERT_TRUE(WaitFor("Shutdown")) << Screen();
+        Keys({"5"});
+        ASSERT_TRUE(WaitFor(Prompt)) << Screen();
+        ASSERT_TRUE(WaitFor(shown[0].description)) << Screen();
+        ExpectToolMenu(Screen(), shown, 0, 24);
+        EscapeToMainMenu();
+        ExitToShell(ExitKey(true));
+    }
 }
 
 TEST_F(HWMaintenance, AMachineOfNeitherBoardListsEveryTool)
@@ -665,6 +747,11 @@ TEST_F(HWMaintenanceK9Q, AnIncompleteToolOfTheOtherBoardDoesNotSpoilTheList)
 TEST_F(HWMaintenanceRb417, OnlyToolsForThisBoardOrForAnyBoardAreListed)
 {
     ExpectBoardTools({1, 3, 4}, "grep -q '^Phoenix Technologies' /sys/class/dmi/id/bios_vendor");
+}
+
+TEST_F(HWMaintenanceRb417, WithOneToThreeToolsEveryToolAndItsHelpAreVisible)
+{
+    ExpectSmallListsShown(true);
 }
 
 TEST_F(HWMaintenanceRb417, AnIncompleteToolOfThisBoardSpoilsTheList)

@@ -184,10 +184,11 @@ protected:
 
     void SelectTargetDisk()
     {
-        // The menu covers the heading line.
+        // The menu starts under the heading.
         ASSERT_TRUE(WaitFor("<ENTER> to select the disk")) << Screen();
         ASSERT_TRUE(WaitFor("/dev/vdb")) << Screen();
-        const int firstRow = 5;
+        EXPECT_EQ(Row(Screen(), 5), std::string(23, ' ') + "Select the target disk:") << Screen();
+        const int firstRow = 6;
         if (Row(Screen(), firstRow).find("/dev/vda") == std::string::npos)
             Keys({"Down"});
         ASSERT_TRUE(Guest().WaitForScreen(

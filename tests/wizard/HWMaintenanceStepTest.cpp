@@ -420,3 +420,86 @@ TEST(HWMaintenanceSampleKey, ItsToolListIsValidOnEveryBoardAndNamesItsOwnScripts
     }
     EXPECT_EQ(access((key + "EepromReader").c_str(), X_OK), 0);
 }
+
+namespace
+{
+
+using Layout = HWMaintenanceStep::Layout;
+
+// Frame height and content rows of the console sizes.
+struct Console
+{
+    int height;
+    int rows;
+};
+const Console Console80x25{23, 20};
+const Console Console80x24{22, 19};
+const Console Console128x48{46, 43};
+
+std::vector<int> Of(const Layout& layout)
+{
+    return {layout.menuRow, layout.visibleItems, layout.helpRow};
+}
+
+std::vector<int> Placed(const Console& console, int count, int helpLines = 1)
+{
+    return Of(HWMaintenanceStep::Place(console.height, console.rows, count, helpLines));
+}
+
+} // namespace
+
+TEST(HWMaintenanceLayout, AtTheTallConsoleEveryPositionIsKeptUpToEightTools)
+{
+    // Menu at (height - 6 - count) / 2, help at count + 6, above the menu.
+    for (int count = 1; count <= 8; ++count)
+        EXPECT_EQ(Placed(Console128x48, count),
+                  std::vector<int>({(40 - count) / 2, count, count + 6}))
+            << count;
+    // From nine tools on the help row reaches the menu's first row even there.
+    EXPECT_EQ(Placed(Console128x48, 9), std::vector<int>({15, 9, 24}));
+}
+
+TEST(HWMaintenanceLayout, At80x25TheHelpGoesUnderTheMenuInsteadOfOverItsLastItem)
+{
+    // One tool: the help row (7) is above the item (8), both free.
+    EXPECT_EQ(Placed(Console80x25, 1), std::vector<int>({8, 1, 7}));
+    // Two and three tools: the help row is the last item's; it goes under it.
+    EXPECT_EQ(Placed(Console80x25, 2), std::vector<int>({7, 2, 9}));
+    EXPECT_EQ(Placed(Console80x25, 3), std::vector<int>({7, 3, 10}));
+    // From four tools on, the positions do not collide.
+    EXPECT_EQ(Placed(Console80x25, 4), std::vector<int>({6, 4, 10}));
+    EXPECT_EQ(Placed(Console80x25, 5), std::vector<int>({6, 5, 11}));
+}
+
+TEST(HWMaintenanceLayout, At80x24TheHelpGoesUnderTheMenuToo)
+{
+    EXPECT_EQ(Placed(Console80x24, 1), std::vector<int>({7, 1, 8}));
+    EXPECT_EQ(Placed(Console80x24, 2), std::vector<int>({7, 2, 9}));
+    EXPECT_EQ(Placed(Console80x24, 3), std::vector<int>({6, 3, 9}));
+}
+
+TEST(HWMaintenanceLayout, AMenuReachingTheHeadingGoesUnderIt)
+{
+    // Eight tools start on row (23 - 14) / 2 = 4, the heading's row.
+    EXPECT_EQ(Placed(Console80x25, 8), std::vector<int>({5, 8, 14}));
+    EXPECT_EQ(Placed(Console80x25, 10), std::vector<int>({5, 10, 16}));
+}
+
+TEST(HWMaintenanceLayout, ALongListScrollsAndTheHelpStaysInTheWindow)
+{
+    for (int count : {14, 15, 30})
+    {
+        const auto placed = Placed(Console80x25, count);
+        EXPECT_EQ(placed, std::vector<int>({5, 14, 19})) << count;
+    }
+    EXPECT_EQ(Placed(Console80x24, 20), std::vector<int>({5, 13, 18}));
+}
+
+TEST(HWMaintenanceLayout, AHelpOnSeveralRowsIsKeptClearOfTheMenu)
+{
+    // One tool at 80x25: the help of two rows (7 and 8) would reach the item.
+    EXPECT_EQ(Placed(Console80x25, 1, 2), std::vector<int>({8, 1, 9}));
+    // Its last row stays in the window.
+    const auto placed = Placed(Console80x25, 14, 3);
+    EXPECT_EQ(placed, std::vector<int>({5, 12, 17}));
+}

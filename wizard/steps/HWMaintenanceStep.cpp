@@ -2,6 +2,9 @@
 
 #include "Bios.h"
 #include "InstallWizard.h"
+#include "WrapText.h"
+
+#include <algorithm>
 
 #include <json/json.h>
 
@@ -159,10 +162,28 @@ std::string HWMaintenanceStep::WorkingDirectory(const HWMaintenanceTool& tool,
     return FromExePath(tool.workingDirectory, exePath);
 }
 
+HWMaintenanceStep::Layout HWMaintenanceStep::Place(int height, int rows, int count, int helpLines)
+{
+    Layout layout{(height - 6 - count) / 2, count, count + 6};
+    if (layout.menuRow <= HeadingRow)
+        layout.menuRow = HeadingRow + 1;
+    const int room = rows - helpLines - layout.menuRow;
+    if (layout.visibleItems > room)
+        layout.visibleItems = std::max(1, room);
+    const int menuEnd = layout.menuRow + layout.visibleItems;
+    const bool sharesMenuRow =
+        layout.helpRow < menuEnd && layout.helpRow + helpLines > layout.menuRow;
+    if (sharesMenuRow || layout.helpRow <= HeadingRow)
+        layout.helpRow = menuEnd;
+    if (layout.helpRow + helpLines > rows)
+        layout.helpRow = std::max(menuEnd, rows - helpLines);
+    return layout;
+}
+
 void HWMaintenanceStep::CreateWindow()
 {
     WizardStep::CreateWindow();
-    mvwprintw(_contentWindow, 4, 3, "%s", "Select an Hardware Maintenance tool:  ");
+    mvwprintw(_contentWindow, HeadingRow, 3, "%s", "Select an Hardware Maintenance tool:  ");
 
     const int count = static_cast<int>(_tools.size());
     if (count == 0)
@@ -172,6 +193,19 @@ void HWMaintenanceStep::CreateWindow()
         return;
     }
 
+    // A help longer than the window's width goes on several rows.
+    _helpLines.clear();
+    _helpRows = 1;
+    for (const auto& tool : _tools)
+    {
+        _helpLines.push_back(tool.description.size() > static_cast<size_t>(_width)
+                                 ? WrapText(tool.description, _width)
+                                 : std::vector<std::string>{tool.description});
+        _helpRows = std::max(_helpRows, static_cast<int>(_helpLines.back().size()));
+    }
+    const int rows = getmaxy(_contentWindow);
+    _layout = Place(_height, rows, count, _helpRows);
+
     _items = new ITEM*[count + 1];
     for (int i = 0; i < count; ++i)
         _items[i] = new_item(_tools[i].menu.c_str(), _tools[i].label.c_str());
@@ -180,10 +214,11 @@ void HWMaintenanceStep::CreateWindow()
     _menu = new_menu(_items);
     set_menu_fore(_menu, COLOR_PAIR(3));
     set_menu_win(_menu, _contentWindow);
-    _menuWindow = derwin(_contentWindow, count + 1, _width - 35, (_height - 6 - count) / 2,
-                         (_width - 34) / 2);
+    const int windowRows = std::min(_layout.visibleItems + 1, rows - _layout.menuRow);
+    _menuWindow =
+        derwin(_contentWindow, windowRows, _width - 35, _layout.menuRow, (_width - 34) / 2);
     set_menu_sub(_menu, _menuWindow);
-    set_menu_format(_menu, count, 1);
+    set_menu_format(_menu, _layout.visibleItems, 1);
     set_menu_mark(_menu, " > ");
     post_menu(_menu);
     DisplayHelpMessage(0);
@@ -192,14 +227,29 @@ void HWMaintenanceStep::CreateWindow()
 
 void HWMaintenanceStep::DisplayHelpMessage(int index)
 {
-    if (index < 0 || index >= static_cast<int>(_tools.size()))
+    if (index < 0 || index >= static_cast<int>(_tools.size()) ||
+        index >= static_cast<int>(_helpLines.size()))
         return;
-    const int row = static_cast<int>(_tools.size()) + 6;
-    wattron(_contentWindow, COLOR_PAIR(2));
-    mvwprintw(_contentWindow, row, HelpColumn, "%*s", HelpWidth, "");
-    wattroff(_contentWindow, COLOR_PAIR(2));
-    PrintInMiddle(_contentWindow, row, HelpColumn, HelpWidth, _tools[index].description.c_str(),
-                  COLOR_PAIR(2));
+    // The help rows are blanked within the content window only; each line is
+    // centred over 76 columns from column 4, or over the window itself where
+    // that would run past the window's edge.
+    const std::vector<std::string>& lines = _helpLines[static_cast<size_t>(index)];
+    for (int i = 0; i < _helpRows; ++i)
+    {
+        const int row = _layout.helpRow + i;
+        wattron(_contentWindow, COLOR_PAIR(2));
+        mvwprintw(_contentWindow, row, 0, "%*s", _width, "");
+        wattroff(_contentWindow, COLOR_PAIR(2));
+        if (i >= static_cast<int>(lines.size()))
+            continue;
+        const std::string& line = lines[static_cast<size_t>(i)];
+        const int length = static_cast<int>(line.size());
+        const int column = HelpColumn + (HelpWidth - length) / 2;
+        if (column + length <= _width)
+            PrintInMiddle(_contentWindow, row, HelpColumn, HelpWidth, line.c_str(), COLOR_PAIR(2));
+        else
+            PrintInMiddle(_contentWindow, row, 0, _width, line.c_str(), COLOR_PAIR(2));
+    }
 }
 
 bool HWMaintenanceStep::ReadMenuSelection()

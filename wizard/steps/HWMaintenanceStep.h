@@ -66,6 +66,20 @@ public:
     // Where the tool runs; an empty value means the program's directory.
     static std::string WorkingDirectory(const HWMaintenanceTool& tool, const std::string& exePath);
 
+    // Rows of the menu and of its help in the content window. The menu starts
+    // at (height - 6 - count) / 2 and the help at count + 6 wherever they are
+    // free; the menu goes under the heading (row 4) when it would reach it,
+    // the help under the menu when they would share a row, and the menu shows
+    // fewer items at a time (it scrolls) when the window ends first.
+    struct Layout
+    {
+        int menuRow;
+        int visibleItems;
+        int helpRow;
+    };
+    static const int HeadingRow = 4;
+    static Layout Place(int height, int rows, int count, int helpLines);
+
 protected:
     bool ReadHWMaintenanceToolsFromFile();
     // Waits for a tool choice: true with the selection set, false on ESC.
@@ -80,6 +94,10 @@ private:
     ITEM** _items = nullptr;
     MENU* _menu = nullptr;
     int _selection = -1;
+    Layout _layout{0, 0, 0};
+    // Each tool's help, on as many rows as the longest one needs.
+    std::vector<std::vector<std::string>> _helpLines;
+    int _helpRows = 1;
     // Fixed for the life of the process; the item texts point into it.
     std::vector<HWMaintenanceTool> _tools;
 };

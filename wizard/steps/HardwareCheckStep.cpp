@@ -1,6 +1,7 @@
 #include "HardwareCheckStep.h"
 
 #include "Bios.h"
+#include "InstallWizard.h"
 #include "SystemTools.h"
 
 #include <cstdint>
@@ -47,16 +48,31 @@ bool HardwareCheckStep::Run()
 
 bool HardwareCheckStep::CheckHardware()
 {
-    if (detail::IsIncompatibleBoard(&Bios::IsRb417, &Bios::IsK9Q))
-        PrintInMiddle(_contentWindow, 5, 0, _width, "Incompatible Zarn board to install Vidorama",
-                      COLOR_PAIR(2));
-
-    // Same row as the board warning: when both apply, this one is on top.
-    if (!detail::IsMemoryEnough(SystemTools::GetRamTotalSize()))
-        PrintInMiddle(_contentWindow, 5, 0, _width,
-                      "Not enough memory to install or start Vidorama", COLOR_PAIR(2));
-
+    const bool incompatibleBoard = detail::IsIncompatibleBoard(&Bios::IsRb417, &Bios::IsK9Q);
+    const bool memoryEnough = detail::IsMemoryEnough(SystemTools::GetRamTotalSize());
+    ShowWarnings(incompatibleBoard, memoryEnough);
     return true;
+}
+
+void HardwareCheckStep::ShowWarnings(bool incompatibleBoard, bool memoryEnough)
+{
+    // Each warning has a row of its own, so both are read when both apply;
+    // they reach the terminal at once, since the step returns without a pause
+    // and the log keeps them for whoever looks later.
+    int row = WarningRow;
+    if (incompatibleBoard)
+    {
+        const char* warning = "Incompatible Zarn board to install Vidorama";
+        PrintInMiddle(_contentWindow, row++, 0, _width, warning, COLOR_PAIR(2));
+        InstallWizard::log(2, warning);
+    }
+    if (!memoryEnough)
+    {
+        const char* warning = "Not enough memory to install or start Vidorama";
+        PrintInMiddle(_contentWindow, row++, 0, _width, warning, COLOR_PAIR(2));
+        InstallWizard::log(2, warning);
+    }
+    wrefresh(_contentWindow);
 }
 
 } // namespace InstallerWizard

@@ -34,8 +34,14 @@ public:
 
     // Always true.
     bool Run() override;
-    // Draws the warnings into the content window; always true.
+    // Draws the warnings into the content window, shows them and logs them;
+    // always true.
     bool CheckHardware();
+
+protected:
+    // Content row of the first warning; a second one goes on the next row.
+    static const int WarningRow = 5;
+    void ShowWarnings(bool incompatibleBoard, bool memoryEnough);
 };
 
 } // namespace InstallerWizard

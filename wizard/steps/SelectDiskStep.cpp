@@ -100,10 +100,13 @@ bool SelectDiskStep::SelectDisk()
     }
     else
     {
-        mvwprintw(_contentWindow, 3, (_width - 34) / 2, "Select the target disk:");
+        const int headingRow = 3;
+        mvwprintw(_contentWindow, headingRow, (_width - 34) / 2, "Select the target disk:");
 
-        WINDOW* subWindow =
-            derwin(_contentWindow, 11, _width - 35, (_height - 16) / 2, (_width - 34) / 2);
+        // The menu starts under the heading where its own row would reach it
+        // (a console of fewer than 26 lines).
+        const int menuRow = (_height - 16) / 2 > headingRow ? (_height - 16) / 2 : headingRow + 1;
+        WINDOW* subWindow = derwin(_contentWindow, 11, _width - 35, menuRow, (_width - 34) / 2);
         {
             DiskMenu menu(*disks, _contentWindow, subWindow);
             SetBottomText("<ESC> return to the main menu, <ENTER> to select the disk");
