@@ -100,6 +100,13 @@ public:
     // Whether the whole file was sound, once the reader is done with it.
     bool Finish() { return !gzip || gzip->Finish(); }
 
+    // Whether the gzip layer of a Linux package proved the file damaged.
+    bool GzipDamaged() const { return gzip && gzip->IsDamaged(); }
+    // After the tar reader failed on a Linux package: whether the file is at fault rather
+    // than its reading. A tar that cannot be read out of a sound gzip stream is no package
+    // either.
+    bool TarFailureIsDamage() const { return gzip && !gzip->ReadFailed(); }
+
     std::unique_ptr<GzipStream> gzip;
     Reader reader;
 };
@@ -297,6 +304,49 @@ bool ExtractEntries(const std::string& package, int flags, Selector select)
             return false;
         }
     }
+}
+
+// The unpacked size of a package in bytes, -1 when it cannot be read; damaged tells whether
+// that was because the file proved damaged.
+std::int64_t MeasureExtractedSize(const std::string& path, bool& damaged)
+{
+    damaged = false;
+    Package reader = OpenPackage(path, IsPackageDosFile(path));
+    if (!reader)
+    {
+        damaged = reader.GzipDamaged();
+        return -1;
+    }
+
+    std::int64_t total = 0;
+    archive_entry* entry = nullptr;
+    for (;;)
+    {
+        const HeaderResult header = NextHeader(reader.get(), &entry);
+        if (header == HeaderResult::End)
+        {
+            break;
+        }
+        if (header == HeaderResult::Failed)
+        {
+            damaged = reader.TarFailureIsDamage();
+            return -1;
+        }
+        const la_int64_t size = archive_entry_size(entry);
+        if (size <= 0)
+        {
+            continue;
+        }
+        // An archive inside the package is unpacked as well, so it needs its room twice.
+        total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
+    }
+    // A package cut short or damaged has no size worth trusting.
+    if (!reader.Finish())
+    {
+        damaged = reader.GzipDamaged();
+        return -1;
+    }
+    return total;
 }
 
 } // namespace
@@ -505,40 +555,24 @@ bool InstallPackage::ExtractDirectoryFomTar(const char* sourceDirectory, const c
 
 int InstallPackage::GetExtractedSize() const
 {
-    Package reader = OpenPackage(path, IsPackageDosFile(path));
-    if (!reader)
-    {
-        return -1;
-    }
-
-    std::int64_t total = 0;
-    archive_entry* entry = nullptr;
-    for (;;)
-    {
-        const HeaderResult header = NextHeader(reader.get(), &entry);
-        if (header == HeaderResult::End)
-        {
-            break;
-        }
-        if (header == HeaderResult::Failed)
-        {
-            return -1;
-        }
-        const la_int64_t size = archive_entry_size(entry);
-        if (size <= 0)
-        {
-            continue;
-        }
-        // An archive inside the package is unpacked as well, so it needs its room twice.
-        total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
-    }
-    // A package cut short or damaged has no size worth trusting.
-    if (!reader.Finish())
+    const std::int64_t total = GetExtractedSize64();
+    if (total < 0)
     {
         return -1;
     }
     // The size is reported as a 32-bit signed byte count, as the callers expect it.
     return static_cast<std::int32_t>(total);
+}
+
+std::int64_t InstallPackage::GetExtractedSize64(bool* damaged) const
+{
+    bool proved = false;
+    const std::int64_t total = MeasureExtractedSize(path, proved);
+    if (damaged != nullptr)
+    {
+        *damaged = proved;
+    }
+    return total;
 }
 
 PackageVersion InstallPackage::GetCurrentLinuxVersion()

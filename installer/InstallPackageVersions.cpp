@@ -92,6 +92,20 @@ PackageVersion ParseManifestFile(const std::string& file, bool json)
     return json ? PackageVersion::ParseJs(stream) : PackageVersion::ParseTxt(stream);
 }
 
+// Free bytes of the partition a package goes to; all bits set when unknown.
+std::uint64_t FreeSpace(bool dos)
+{
+    return DiskDiagnostics::GetMountedPartitionFreeSpace(dos ? InstallPackage::DosMountPoint
+                                                             : InstallPackage::SystemMountPoint);
+}
+
+// Said instead of any space figure: the package, not the disk, is at fault.
+void WriteDamaged(std::ostream& log, const std::string& packagePath)
+{
+    log << InstallationFailedLine << std::endl
+        << detail::DamagedPackageLine(packagePath) << std::endl;
+}
+
 } // namespace
 
 namespace detail
@@ -138,6 +152,34 @@ std::string TopLevelSyslinuxConfiguration(const std::string& fullVersion)
            fullVersion + "/boot/syslinux/syslinux.cfg\n";
 }
 
+bool CheckSpace(std::ostream& log, bool dos, std::int64_t needed, std::uint64_t free)
+{
+    if (free == std::numeric_limits<std::uint64_t>::max() || needed < 0)
+    {
+        log << InstallationFailedLine << std::endl
+            << (dos ? "Cannot determine available space for installation of Vidorama 14 or older"
+                    : "Cannot determine available space for installation of Vidorama")
+            << std::endl;
+        return false;
+    }
+    // Equality is refused as well. Both sides are 64-bit counts: a package of several
+    // gigabytes is measured as it is.
+    if (static_cast<std::uint64_t>(needed) >= free)
+    {
+        WriteNotEnoughSpace(log, dos, static_cast<std::uint64_t>(needed), free);
+        return false;
+    }
+    return true;
+}
+
+std::string DamagedPackageLine(const std::string& packagePath)
+{
+    const std::string::size_type slash = packagePath.rfind('/');
+    const std::string file =
+        slash == std::string::npos ? packagePath : packagePath.substr(slash + 1);
+    return "The package " + file + " is damaged and cannot be installed";
+}
+
 void WriteNotEnoughSpace(std::ostream& log, bool dos, std::uint64_t needed, std::uint64_t free)
 {
     // Whole megabytes, rounded up, shown as the stream shows any floating-point number.
@@ -180,6 +222,14 @@ InstallPackage::InstallStatus InstallPackage::Install(const char* disk, std::ost
     {
         return InvalidPackage;
     }
+    // The package is read whole first: a damaged one is refused before the disk is touched.
+    bool damaged = false;
+    const std::int64_t needed = GetExtractedSize64(&damaged);
+    if (damaged)
+    {
+        WriteDamaged(log, path);
+        return DamagedPackage;
+    }
     if (!PrepareDestination(disk))
     {
         log << InstallationFailedLine << std::endl
@@ -187,7 +237,7 @@ InstallPackage::InstallStatus InstallPackage::Install(const char* disk, std::ost
             << std::endl;
         return DestinationNotReady;
     }
-    return Install(log);
+    return InstallMeasured(log, needed, false);
 }
 
 InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
@@ -196,7 +246,20 @@ InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
     {
         return InvalidPackage;
     }
-    if (!CheckAvailableDiskSpace(log))
+    bool damaged = false;
+    const std::int64_t needed = GetExtractedSize64(&damaged);
+    return InstallMeasured(log, needed, damaged);
+}
+
+InstallPackage::InstallStatus InstallPackage::InstallMeasured(std::ostream& log,
+                                                              std::int64_t needed, bool damaged)
+{
+    if (damaged)
+    {
+        WriteDamaged(log, path);
+        return DamagedPackage;
+    }
+    if (!detail::CheckSpace(log, version.IsDos(), needed, FreeSpace(version.IsDos())))
     {
         return NotEnoughSpace;
     }
@@ -214,27 +277,14 @@ InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
 
 bool InstallPackage::CheckAvailableDiskSpace(std::ostream& log)
 {
-    const bool dos = version.IsDos();
-    const int needed = GetExtractedSize();
-    const std::uint64_t free =
-        DiskDiagnostics::GetMountedPartitionFreeSpace(dos ? DosMountPoint : SystemMountPoint);
-
-    if (free == std::numeric_limits<std::uint64_t>::max() || needed == -1)
+    bool damaged = false;
+    const std::int64_t needed = GetExtractedSize64(&damaged);
+    if (damaged)
     {
-        log << InstallationFailedLine << std::endl
-            << (dos ? "Cannot determine available space for installation of Vidorama 14 or older"
-                    : "Cannot determine available space for installation of Vidorama")
-            << std::endl;
+        WriteDamaged(log, path);
         return false;
     }
-    // Equality is refused as well. A size beyond the 32-bit count has wrapped negative and
-    // compares as a huge unsigned figure, so it is refused too.
-    if (static_cast<std::uint64_t>(needed) >= free)
-    {
-        detail::WriteNotEnoughSpace(log, dos, static_cast<std::uint64_t>(needed), free);
-        return false;
-    }
-    return true;
+    return detail::CheckSpace(log, version.IsDos(), needed, FreeSpace(version.IsDos()));
 }
 
 InstallPackage::InstallStatus InstallPackage::InstallLinuxPackage(std::ostream& log)

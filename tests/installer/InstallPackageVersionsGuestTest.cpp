@@ -304,11 +304,22 @@ TEST_F(InstallPackageInGuest, AnUnreadablePackageHasNoKnownSize)
                     "/var/tmp/broken/120701.zip")
                   .status,
               0);
+    // Random bytes are no gzip stream: the Linux package is damaged. The DOS one's size is
+    // not known.
     InstallPackage linuxPackage("/var/tmp/broken/Vidorama_12.07.01.1.tar.gz");
     std::ostringstream log;
-    EXPECT_EQ(linuxPackage.Install(log), InstallPackage::NotEnoughSpace);
+    EXPECT_EQ(linuxPackage.Install(log), InstallPackage::DamagedPackage);
     EXPECT_EQ(log.str(), "Package installation failed!\n"
-                         "Cannot determine available space for installation of Vidorama\n");
+                         "The package Vidorama_12.07.01.1.tar.gz is damaged and cannot be "
+                         "installed\n");
+    // A Linux package that cannot be read at all: its size cannot be determined.
+    ASSERT_EQ(Shell("mkdir -p /var/tmp/broken/Vidorama_12.07.02.1.tar.gz").status, 0);
+    InstallPackage unreadable("/var/tmp/broken/Vidorama_12.07.02.1.tar.gz");
+    std::ostringstream unreadableLog;
+    EXPECT_EQ(unreadable.Install(unreadableLog), InstallPackage::NotEnoughSpace);
+    EXPECT_EQ(unreadableLog.str(),
+              "Package installation failed!\n"
+              "Cannot determine available space for installation of Vidorama\n");
 
     InstallPackage dosPackage("/var/tmp/broken/120701.zip");
     std::ostringstream dosLog;
