@@ -123,14 +123,17 @@ public:
 
     // Makes version the one that boots: for DOS through "preboot.bat"; for Linux through
     // the top-level syslinux configuration, extlinux and the "current" link. False, with
-    // nothing changed, when the Linux version is already current.
+    // nothing changed, when the Linux version is already current. When extlinux or the link
+    // fails, the previous configuration and link are put back, so that the boot loader and
+    // "current" keep naming the same version, and false is returned.
     static bool ChangeCurrentVersion(const PackageVersion& version, std::ostream& log);
 
     // Removes an installed version. The current Linux version is never removed, and that
-    // refusal answers true.
+    // refusal answers true. Nor is the running one (GetRunningLinuxVersion()); that refusal
+    // answers false.
     static bool UninstallPackageVersion(const PackageVersion& version, std::ostream& log);
-    // Removes every installed version but the current Linux one, stopping at the first
-    // failure.
+    // Removes every installed version but the current and the running Linux ones, stopping
+    // at the first failure.
     static bool UninstallAllPackageVersions(std::ostream& log);
 
     // Directory layout.
@@ -151,6 +154,13 @@ public:
     // mounted system partition. Empty when nothing is installed or no manifest is readable.
     // The path of the returned record is not set.
     static PackageVersion GetCurrentLinuxVersion();
+
+    // The Linux version the machine runs now, which may differ from the current one after a
+    // switch that was not followed by a restart: the manifest of the version directory the
+    // kernel was started from ("BOOT_IMAGE=/Versions/<directory>/..." on the kernel command
+    // line), read on the mounted system partition. Empty when the machine was not started
+    // from an installed version or that directory holds no manifest.
+    static PackageVersion GetRunningLinuxVersion();
 
     // Reads the manifest of one installed version directory ("Version.json" preferred,
     // "Version.txt" otherwise). directory must end with "/". Empty record when directory is
@@ -193,6 +203,9 @@ bool CheckSpace(std::ostream& log, bool dos, std::int64_t needed, std::uint64_t 
 // "The package <file name> is damaged and cannot be installed".
 std::string DamagedPackageLine(const std::string& packagePath);
 
+// The directory below "/Versions" that the kernel command line's
+// "BOOT_IMAGE=/Versions/<directory>/..." names; empty when it names none.
+std::string RunningVersionDirectory(const std::string& kernelCommandLine);
 } // namespace detail
 
 // Copies the data blocks of the reader's current entry to the writer. 0 at the end of the

@@ -280,6 +280,33 @@ TEST(InstallPackageSpace, TheDamagedPackageLineNamesTheFile)
               "The package Vidorama_12.05.01.3456.tar.gz is damaged and cannot be installed");
 }
 
+TEST(RunningVersion, TheDirectoryOfTheBootImage)
+{
+    EXPECT_EQ(detail::RunningVersionDirectory(
+                  "BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet"),
+              "12.05.01.3456");
+    EXPECT_EQ(detail::RunningVersionDirectory("BOOT_IMAGE=/Versions/second/vmlinuz"), "second");
+    // Wherever it stands among the words; the first one counts.
+    EXPECT_EQ(detail::RunningVersionDirectory("quiet  BOOT_IMAGE=/Versions/a/vmlinuz "
+                                              "BOOT_IMAGE=/Versions/b/vmlinuz"),
+              "a");
+    EXPECT_EQ(detail::RunningVersionDirectory("BOOT_IMAGE=/Versions/current/boot/vmlinuz\n"),
+              "current");
+}
+
+TEST(RunningVersion, NoneWhenNotStartedFromAnInstalledVersion)
+{
+    for (const char* line :
+         {"", "BOOT_IMAGE=/boot/vmlinuz initrd=/boot/initrd.img quiet", "root=/dev/sda2 quiet",
+          "BOOT_IMAGE=/Versions/vmlinuz", "BOOT_IMAGE=/Versions//vmlinuz",
+          "BOOT_IMAGE=/Versions/../boot/vmlinuz", "BOOT_IMAGE=/Versions/./vmlinuz",
+          "BOOT_IMAGE=Versions/12.05.01.3456/vmlinuz", "XBOOT_IMAGE=/Versions/a/vmlinuz",
+          "BOOT_IMAGE=/boot/vmlinuz BOOT_IMAGE=/Versions/a/vmlinuz"})
+    {
+        EXPECT_EQ(detail::RunningVersionDirectory(line), "") << line;
+    }
+}
+
 TEST(InstallPackageStatus, Values)
 {
     EXPECT_EQ(InstallPackage::InvalidPackage, 1);
