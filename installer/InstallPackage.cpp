@@ -234,16 +234,18 @@ std::string EntryName(archive_entry* entry)
     return FromCString(archive_entry_pathname(entry));
 }
 
-// Streams the selected entries of a Linux package to disk with the writer's flags.
-// select(name, target) tells whether the entry named name is wanted and may give it another
-// path name in target; it returns false for a name it refuses, which fails the extraction.
+// What becomes of an entry of the package.
 enum class Selection
 {
     Take,
     Skip,
+    // A name that must not be written: the extraction fails.
     Refuse
 };
 
+// Streams the selected entries of a Linux package to disk with the writer's flags.
+// select(name, target) tells what becomes of the entry named name and may give it another
+// path name in target.
 template <typename Selector>
 bool ExtractEntries(const std::string& package, int flags, Selector select)
 {

@@ -102,8 +102,8 @@ const std::string TopLevelConfigurationFile =
     SystemVersionsDirectory + "/boot/syslinux/syslinux.cfg";
 const std::string CurrentLink = SystemVersionsDirectory + "/current";
 
-// A Linux version that is the same as known, a version that is known (not empty). A DOS record
-// is never the same as a Linux one, even with equal texts.
+// Whether version is the Linux version known, when one is known (known is not empty). A DOS
+// record is never the same as a Linux one, even with equal texts.
 bool IsSameLinuxVersion(const PackageVersion& version, const PackageVersion& known)
 {
     return !known.IsEmpty() && !version.IsDos() && !known.IsDos() && version == known;
@@ -144,6 +144,10 @@ public:
     {
         struct stat status;
         configurationExisted = ::lstat(TopLevelConfigurationFile.c_str(), &status) == 0;
+        if (!configurationExisted && errno != ENOENT)
+        {
+            return false;
+        }
         if (configurationExisted)
         {
             std::ifstream in(TopLevelConfigurationFile, std::ios::binary);
@@ -652,7 +656,8 @@ bool InstallPackage::ChangeCurrentVersion(const PackageVersion& version, std::os
     }
 
     // What the boot loader and "current" name now is kept, so that a switch that fails half
-    // way can be undone; a state that could not be put back is not left at all.
+    // way can be undone. When it cannot be read, and so could not be put back, nothing is
+    // changed.
     BootState previous;
     if (!previous.Save())
     {
