@@ -43,9 +43,21 @@ bool GzipStream::OpenFor(archive* reader, const std::string& path)
     _streamReady = true;
     // An empty file is no package: the reader is told at once, like
     // libarchive's own open would.
-    if (!Fill() || _stream.avail_in == 0)
+    if (!Fill())
         return false;
-    return archive_read_open(reader, this, nullptr, ReadCallback, nullptr) == ARCHIVE_OK;
+    if (_stream.avail_in == 0)
+    {
+        _damaged = true;
+        return false;
+    }
+    if (archive_read_open(reader, this, nullptr, ReadCallback, nullptr) != ARCHIVE_OK)
+    {
+        // The reader looks at the first bytes when it opens: what it refuses, read without
+        // an error, is no package either.
+        _damaged = _damaged || !_readFailed;
+        return false;
+    }
+    return true;
 }
 
 bool GzipStream::Fill()
@@ -58,6 +70,7 @@ bool GzipStream::Fill()
         if (count < 0)
         {
             _failed = true;
+            _readFailed = true;
             return false;
         }
         _stream.next_in = _input.data();
@@ -77,6 +90,7 @@ ssize_t GzipStream::Read(const void** block)
         {
             // The file ends inside a member: cut short.
             _failed = true;
+            _damaged = true;
             return -1;
         }
         _stream.next_out = _output.data();
@@ -96,7 +110,9 @@ ssize_t GzipStream::Read(const void** block)
         }
         else if (status != Z_OK && status != Z_BUF_ERROR)
         {
+            // Only a lack of memory says nothing about the file.
             _failed = true;
+            _damaged = status != Z_MEM_ERROR;
             return -1;
         }
         if (produced > 0)

@@ -37,6 +37,14 @@ public:
     // and nothing but further members followed.
     bool Finish();
 
+    // Whether the file's bytes proved it damaged: empty, not gzip, a member
+    // cut short or failing its checks, something else after a member, or
+    // inflated bytes that the reader refused when it was opened. A file that
+    // could not be read is not known to be damaged.
+    bool IsDamaged() const { return _damaged; }
+    // Whether reading the file failed (an I/O error, not its contents).
+    bool ReadFailed() const { return _readFailed; }
+
     // The next inflated block for libarchive: its size, 0 at the end, -1 on
     // damage or a read error.
     ssize_t Read(const void** block);
@@ -48,6 +56,8 @@ private:
     bool _streamReady = false;
     bool _ended = false;  // the last member ended cleanly and the file is consumed
     bool _failed = false; // damage or a read error; sticks
+    bool _damaged = false;
+    bool _readFailed = false;
     z_stream _stream = {};
     std::vector<unsigned char> _input = std::vector<unsigned char>(65536);
     std::vector<unsigned char> _output = std::vector<unsigned char>(65536);

@@ -47,11 +47,19 @@ std::string FromCString(const char* text)
 // Read size handed to libarchive for package files.
 constexpr size_t BlockSize = 10240;
 
-// Permissions, times, ACLs and file flags as the package stores them; ownership and the
-// safety checks of libarchive are left at their defaults.
-constexpr int DiskWriteFlags =
+// Permissions, times, ACLs and file flags as the package stores them; ownership is left at
+// its default.
+constexpr int StoredAttributes =
     ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_ACL | ARCHIVE_EXTRACT_FFLAGS;
-static_assert(DiskWriteFlags == 102, "packages are extracted with the flags 102");
+static_assert(StoredAttributes == 102, "packages keep the attributes of the flags 102");
+
+// A package comes from a USB key and is extracted as root: its entry names must not reach
+// outside the directory they are extracted to, neither by "..", nor as absolute paths, nor
+// through a symbolic link on the way (libarchive refuses such an entry; the extraction then
+// fails).
+constexpr int SecureNames = ARCHIVE_EXTRACT_SECURE_NODOTDOT |
+                            ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS |
+                            ARCHIVE_EXTRACT_SECURE_SYMLINKS;
 
 // The handles below are released when the call that opened them returns, whatever path it
 // takes out.
@@ -92,6 +100,13 @@ public:
     // Whether the whole file was sound, once the reader is done with it.
     bool Finish() { return !gzip || gzip->Finish(); }
 
+    // Whether the gzip layer of a Linux package proved the file damaged.
+    bool GzipDamaged() const { return gzip && gzip->IsDamaged(); }
+    // After the tar reader failed on a Linux package: whether the file is at fault rather
+    // than its reading. A tar that cannot be read out of a sound gzip stream is no package
+    // either.
+    bool TarFailureIsDamage() const { return gzip && !gzip->ReadFailed(); }
+
     std::unique_ptr<GzipStream> gzip;
     Reader reader;
 };
@@ -123,15 +138,77 @@ Package OpenPackage(const std::string& path, bool zip)
     return package;
 }
 
-Writer OpenDiskWriter()
+Writer OpenDiskWriter(int flags)
 {
     Writer writer(archive_write_disk_new());
     if (writer)
     {
-        archive_write_disk_set_options(writer.get(), DiskWriteFlags);
+        archive_write_disk_set_options(writer.get(), flags);
         archive_write_disk_set_standard_lookup(writer.get());
     }
     return writer;
+}
+
+// Whether a path name of the package stays below the directory it is extracted to: not
+// absolute, no ".." component. (Checked here where the writer cannot: for names that are
+// put below another directory.)
+bool StaysInside(const std::string& name)
+{
+    if (name.empty() || name[0] == '/')
+    {
+        return false;
+    }
+    std::string::size_type start = 0;
+    while (start <= name.size())
+    {
+        std::string::size_type end = name.find('/', start);
+        if (end == std::string::npos)
+        {
+            end = name.size();
+        }
+        if (name.compare(start, end - start, "..") == 0 && end - start == 2)
+        {
+            return false;
+        }
+        start = end + 1;
+    }
+    return true;
+}
+
+// Whether a symbolic link stands on the way from directory down to directory + name, among
+// the directories that exist already. (A link in the last place is replaced by the file, not
+// followed.)
+bool LinkOnTheWay(const std::string& directory, const std::string& name)
+{
+    std::string path = directory;
+    std::string::size_type start = 0;
+    while (start < name.size())
+    {
+        std::string::size_type end = name.find('/', start);
+        if (end == std::string::npos)
+        {
+            return false;
+        }
+        if (end > start)
+        {
+            if (!path.empty() && path.back() != '/')
+            {
+                path += '/';
+            }
+            path.append(name, start, end - start);
+            struct stat status;
+            if (::lstat(path.c_str(), &status) != 0)
+            {
+                return false;
+            }
+            if (S_ISLNK(status.st_mode))
+            {
+                return true;
+            }
+        }
+        start = end + 1;
+    }
+    return false;
 }
 
 enum class HeaderResult
@@ -157,16 +234,27 @@ std::string EntryName(archive_entry* entry)
     return FromCString(archive_entry_pathname(entry));
 }
 
-// Streams the selected entries of a Linux package to disk. select(name, target) tells
-// whether the entry named name is wanted and may give it another path name in target.
-template <typename Selector> bool ExtractEntries(const std::string& package, Selector select)
+// What becomes of an entry of the package.
+enum class Selection
+{
+    Take,
+    Skip,
+    // A name that must not be written: the extraction fails.
+    Refuse
+};
+
+// Streams the selected entries of a Linux package to disk with the writer's flags.
+// select(name, target) tells what becomes of the entry named name and may give it another
+// path name in target.
+template <typename Selector>
+bool ExtractEntries(const std::string& package, int flags, Selector select)
 {
     Package reader = OpenPackage(package, false);
     if (!reader)
     {
         return false;
     }
-    Writer writer = OpenDiskWriter();
+    Writer writer = OpenDiskWriter(flags);
     if (!writer)
     {
         return false;
@@ -188,10 +276,18 @@ template <typename Selector> bool ExtractEntries(const std::string& package, Sel
 
         const std::string name = EntryName(entry);
         std::string target = name;
-        // Directories and links have no data of their own and are left alone.
-        if (!select(name, target) || archive_entry_size(entry) <= 0)
+        // Directories and links have no data of their own and are left alone; so is a hard
+        // link that carries data, which would be written into the file it names.
+        const bool regular =
+            archive_entry_filetype(entry) == AE_IFREG && archive_entry_hardlink(entry) == nullptr;
+        const Selection selection = select(name, target);
+        if (selection == Selection::Skip || archive_entry_size(entry) <= 0 || !regular)
         {
             continue;
+        }
+        if (selection == Selection::Refuse)
+        {
+            return false;
         }
         if (target != name)
         {
@@ -210,6 +306,49 @@ template <typename Selector> bool ExtractEntries(const std::string& package, Sel
             return false;
         }
     }
+}
+
+// The unpacked size of a package in bytes, -1 when it cannot be read; damaged tells whether
+// that was because the file proved damaged.
+std::int64_t MeasureExtractedSize(const std::string& path, bool& damaged)
+{
+    damaged = false;
+    Package reader = OpenPackage(path, IsPackageDosFile(path));
+    if (!reader)
+    {
+        damaged = reader.GzipDamaged();
+        return -1;
+    }
+
+    std::int64_t total = 0;
+    archive_entry* entry = nullptr;
+    for (;;)
+    {
+        const HeaderResult header = NextHeader(reader.get(), &entry);
+        if (header == HeaderResult::End)
+        {
+            break;
+        }
+        if (header == HeaderResult::Failed)
+        {
+            damaged = reader.TarFailureIsDamage();
+            return -1;
+        }
+        const la_int64_t size = archive_entry_size(entry);
+        if (size <= 0)
+        {
+            continue;
+        }
+        // An archive inside the package is unpacked as well, so it needs its room twice.
+        total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
+    }
+    // A package cut short or damaged has no size worth trusting.
+    if (!reader.Finish())
+    {
+        damaged = reader.GzipDamaged();
+        return -1;
+    }
+    return total;
 }
 
 } // namespace
@@ -374,8 +513,9 @@ bool InstallPackage::ExtractFileFomTar(const char* fileName)
         return false;
     }
     const std::string wanted = fileName;
-    return ExtractEntries(path, [&wanted](const std::string& name, std::string&)
-                          { return EndsWith(name, wanted); });
+    return ExtractEntries(path, StoredAttributes | SecureNames,
+                          [&wanted](const std::string& name, std::string&)
+                          { return EndsWith(name, wanted) ? Selection::Take : Selection::Skip; });
 }
 
 bool InstallPackage::ExtractDirectoryFomTar(const char* sourceDirectory, const char* destination)
@@ -386,54 +526,55 @@ bool InstallPackage::ExtractDirectoryFomTar(const char* sourceDirectory, const c
     }
     const std::string prefix = sourceDirectory;
     const std::string target = destination;
-    return ExtractEntries(path,
+    // The destination is the caller's and may well be absolute or pass through a link of
+    // its own; what the package adds below it is held to the same rules as any entry name.
+    return ExtractEntries(path, StoredAttributes | ARCHIVE_EXTRACT_SECURE_NODOTDOT,
                           [&prefix, &target](const std::string& name, std::string& renamed)
                           {
                               if (name.compare(0, prefix.size(), prefix) != 0)
                               {
-                                  return false;
+                                  return Selection::Skip;
                               }
-                              renamed = target + name.substr(prefix.size());
-                              return true;
+                              const std::string rest = name.substr(prefix.size());
+                              // The rest is appended as text ("pay" + "load/a" gives
+                              // "<target>load/a"); only the part below the destination's own
+                              // directory is the package's.
+                              const std::string::size_type slash = target.rfind('/');
+                              const std::string base = slash == std::string::npos
+                                                           ? std::string(".")
+                                                           : target.substr(0, slash + 1);
+                              const std::string below =
+                                  (slash == std::string::npos ? target : target.substr(slash + 1)) +
+                                  rest;
+                              if (!StaysInside(below) || LinkOnTheWay(base, below))
+                              {
+                                  return Selection::Refuse;
+                              }
+                              renamed = target + rest;
+                              return Selection::Take;
                           });
 }
 
 int InstallPackage::GetExtractedSize() const
 {
-    Package reader = OpenPackage(path, IsPackageDosFile(path));
-    if (!reader)
-    {
-        return -1;
-    }
-
-    std::int64_t total = 0;
-    archive_entry* entry = nullptr;
-    for (;;)
-    {
-        const HeaderResult header = NextHeader(reader.get(), &entry);
-        if (header == HeaderResult::End)
-        {
-            break;
-        }
-        if (header == HeaderResult::Failed)
-        {
-            return -1;
-        }
-        const la_int64_t size = archive_entry_size(entry);
-        if (size <= 0)
-        {
-            continue;
-        }
-        // An archive inside the package is unpacked as well, so it needs its room twice.
-        total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
-    }
-    // A package cut short or damaged has no size worth trusting.
-    if (!reader.Finish())
+    const std::int64_t total = GetExtractedSize64();
+    if (total < 0)
     {
         return -1;
     }
     // The size is reported as a 32-bit signed byte count, as the callers expect it.
     return static_cast<std::int32_t>(total);
+}
+
+std::int64_t InstallPackage::GetExtractedSize64(bool* damaged) const
+{
+    bool proved = false;
+    const std::int64_t total = MeasureExtractedSize(path, proved);
+    if (damaged != nullptr)
+    {
+        *damaged = proved;
+    }
+    return total;
 }
 
 PackageVersion InstallPackage::GetCurrentLinuxVersion()

@@ -36,7 +36,9 @@ public:
         NoPreviousDosInstallation = 4,
         // The installer command, the unzip or the DOS start-up file failed.
         InstallationFailed = 5,
-        InstallationSucceeded = 6
+        InstallationSucceeded = 6,
+        // The package file proved damaged (cut short or corrupted); nothing was written.
+        DamagedPackage = 7
     };
 
     // Identifies the package from its file name; the archive itself is not opened.
@@ -77,21 +79,28 @@ public:
     bool ExtractDirectoryFomTar(const char* sourceDirectory, const char* destination);
 
     // Bytes the package occupies once unpacked: entries ending in "zip" count twice, since
-    // they are unpacked in turn. -1 when the package cannot be read.
+    // they are unpacked in turn. -1 when the package cannot be read. A 32-bit count: larger
+    // packages wrap; the space check uses GetExtractedSize64().
     int GetExtractedSize() const;
+
+    // The same size counted in 64 bits. When damaged is given, it tells whether a -1 comes
+    // from a Linux package that proved damaged (cut short, corrupted, not a gzip-compressed
+    // tar) rather than from a file that could not be opened or read.
+    std::int64_t GetExtractedSize64(bool* damaged = nullptr) const;
 
     // Makes "/mnt/SYS" the mount point of partition 2 (ext4) and "/mnt/DOS" that of
     // partition 1 (FAT16) of disk, creating the directories and replacing whatever was
     // mounted there, and makes sure "/mnt/SYS/Versions" exists. Both stay mounted.
     bool PrepareDestination(const char* disk);
 
-    // Prepares the destination on disk, then installs. The messages go to log.
+    // Prepares the destination on disk, then installs. The messages go to log. A damaged
+    // package is refused before the destination is touched.
     InstallStatus Install(const char* disk, std::ostream& log);
     // Installs onto the destination that is already mounted.
     InstallStatus Install(std::ostream& log);
 
     // True when the unpacked package fits strictly into the free space of its partition;
-    // otherwise writes why not to log.
+    // otherwise writes why not to log (a damaged package is said to be damaged).
     bool CheckAvailableDiskSpace(std::ostream& log);
 
     // Runs the package's "Install.sh", which copies the version below "/mnt/SYS/Versions".
@@ -114,14 +123,17 @@ public:
 
     // Makes version the one that boots: for DOS through "preboot.bat"; for Linux through
     // the top-level syslinux configuration, extlinux and the "current" link. False, with
-    // nothing changed, when the Linux version is already current.
+    // nothing changed, when the Linux version is already current. When extlinux or the link
+    // fails, the previous configuration and link are put back, so that the boot loader and
+    // "current" keep naming the same version, and false is returned.
     static bool ChangeCurrentVersion(const PackageVersion& version, std::ostream& log);
 
     // Removes an installed version. The current Linux version is never removed, and that
-    // refusal answers true.
+    // refusal answers true. Nor is the running one (GetRunningLinuxVersion()); that refusal
+    // answers false.
     static bool UninstallPackageVersion(const PackageVersion& version, std::ostream& log);
-    // Removes every installed version but the current Linux one, stopping at the first
-    // failure.
+    // Removes every installed version but the current and the running Linux ones, stopping
+    // at the first failure.
     static bool UninstallAllPackageVersions(std::ostream& log);
 
     // Directory layout.
@@ -143,12 +155,22 @@ public:
     // The path of the returned record is not set.
     static PackageVersion GetCurrentLinuxVersion();
 
+    // The Linux version the machine runs now, which may differ from the current one after a
+    // switch that was not followed by a restart: the manifest of the version directory the
+    // kernel was started from ("BOOT_IMAGE=/Versions/<directory>/..." on the kernel command
+    // line), read on the mounted system partition. Empty when the machine was not started
+    // from an installed version or that directory holds no manifest.
+    static PackageVersion GetRunningLinuxVersion();
+
     // Reads the manifest of one installed version directory ("Version.json" preferred,
     // "Version.txt" otherwise). directory must end with "/". Empty record when directory is
     // not a directory or holds neither manifest.
     static PackageVersion ReadVersionManifest(const std::string& directory);
 
 private:
+    // Install(log) with the package already measured.
+    InstallStatus InstallMeasured(std::ostream& log, std::int64_t needed, bool damaged);
+
     std::string path;
     PackageVersion version;
     bool valid;
@@ -172,6 +194,18 @@ std::string TopLevelSyslinuxConfiguration(const std::string& fullVersion);
 // The lines written when the package does not fit: needed (not below free) and free in
 // bytes.
 void WriteNotEnoughSpace(std::ostream& log, bool dos, std::uint64_t needed, std::uint64_t free);
+
+// The space check on its numbers: needed bytes (-1 when the package's size is unknown)
+// against the partition's free bytes (all bits set when unknown). True when the package
+// fits strictly; otherwise the reason is written to log.
+bool CheckSpace(std::ostream& log, bool dos, std::int64_t needed, std::uint64_t free);
+
+// "The package <file name> is damaged and cannot be installed".
+std::string DamagedPackageLine(const std::string& packagePath);
+
+// The directory below "/Versions" that the kernel command line's
+// "BOOT_IMAGE=/Versions/<directory>/..." names; empty when it names none.
+std::string RunningVersionDirectory(const std::string& kernelCommandLine);
 } // namespace detail
 
 // Copies the data blocks of the reader's current entry to the writer. 0 at the end of the

@@ -11,12 +11,18 @@
 #include "SystemTools.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Kel
@@ -92,6 +98,151 @@ PackageVersion ParseManifestFile(const std::string& file, bool json)
     return json ? PackageVersion::ParseJs(stream) : PackageVersion::ParseTxt(stream);
 }
 
+const std::string TopLevelConfigurationFile =
+    SystemVersionsDirectory + "/boot/syslinux/syslinux.cfg";
+const std::string CurrentLink = SystemVersionsDirectory + "/current";
+
+// Whether version is the Linux version known, when one is known (known is not empty). A DOS
+// record is never the same as a Linux one, even with equal texts.
+bool IsSameLinuxVersion(const PackageVersion& version, const PackageVersion& known)
+{
+    return !known.IsEmpty() && !version.IsDos() && !known.IsDos() && version == known;
+}
+
+bool IsRunning(const PackageVersion& version)
+{
+    return IsSameLinuxVersion(version, InstallPackage::GetRunningLinuxVersion());
+}
+
+// Run, passing the command's output on to log as it is, and telling whether it left its last
+// line open (output that does not end with a line end).
+bool RunTellingTheLine(const std::string& command, std::ostream& log, bool& lineOpen)
+{
+    std::ostringstream output;
+    const bool result = Run(command, output);
+    const std::string text = output.str();
+    log << text;
+    if (!text.empty())
+    {
+        lineOpen = text.back() != '\n';
+    }
+    return result;
+}
+
+bool ReplaceFile(const std::string& path, const std::string& contents)
+{
+    AtomicFile file(path);
+    return file.IsOpen() && file.Write(contents) && file.Commit();
+}
+
+// The top-level boot configuration and the "current" link as they were before a switch.
+class BootState
+{
+public:
+    // False when the present state cannot be read, so could not be put back.
+    bool Save()
+    {
+        struct stat status;
+        configurationExisted = ::lstat(TopLevelConfigurationFile.c_str(), &status) == 0;
+        if (!configurationExisted && errno != ENOENT)
+        {
+            return false;
+        }
+        if (configurationExisted)
+        {
+            std::ifstream in(TopLevelConfigurationFile, std::ios::binary);
+            if (!in.is_open())
+            {
+                return false;
+            }
+            configuration.assign(std::istreambuf_iterator<char>(in),
+                                 std::istreambuf_iterator<char>());
+            if (in.bad())
+            {
+                return false;
+            }
+        }
+        linkTarget.clear();
+        if (::lstat(CurrentLink.c_str(), &status) == 0 && S_ISLNK(status.st_mode))
+        {
+            linkTarget = ReadLink(CurrentLink);
+            if (linkTarget.empty())
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Puts both back where they changed; true when both are as they were.
+    bool Restore() const
+    {
+        const bool configurationBack =
+            configurationExisted
+                ? ReplaceFile(TopLevelConfigurationFile, configuration)
+                : (::unlink(TopLevelConfigurationFile.c_str()) == 0 || errno == ENOENT);
+        return configurationBack && RestoreLink();
+    }
+
+private:
+    static std::string ReadLink(const std::string& link)
+    {
+        std::vector<char> buffer(4096);
+        const ssize_t length = ::readlink(link.c_str(), buffer.data(), buffer.size());
+        if (length <= 0 || static_cast<size_t>(length) >= buffer.size())
+        {
+            return "";
+        }
+        return std::string(buffer.data(), static_cast<size_t>(length));
+    }
+
+    bool RestoreLink() const
+    {
+        struct stat status;
+        const bool isLink = ::lstat(CurrentLink.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+        if (linkTarget.empty())
+        {
+            // There was no link: one the failed command made goes again.
+            return !isLink || ::unlink(CurrentLink.c_str()) == 0;
+        }
+        if (isLink && ReadLink(CurrentLink) == linkTarget)
+        {
+            return true;
+        }
+        // Made beside and renamed over, so that "current" is never missing.
+        const std::string temporary = CurrentLink + ".restore." + std::to_string(::getpid());
+        ::unlink(temporary.c_str());
+        if (::symlink(linkTarget.c_str(), temporary.c_str()) != 0)
+        {
+            return false;
+        }
+        if (::rename(temporary.c_str(), CurrentLink.c_str()) != 0)
+        {
+            ::unlink(temporary.c_str());
+            return false;
+        }
+        return true;
+    }
+
+    bool configurationExisted = false;
+    std::string configuration;
+    std::string linkTarget; // empty: there was no link
+};
+
+// Free bytes of the partition a package goes to; all bits set when unknown.
+std::uint64_t FreeSpace(bool dos)
+{
+    return DiskDiagnostics::GetMountedPartitionFreeSpace(dos ? InstallPackage::DosMountPoint
+                                                             : InstallPackage::SystemMountPoint);
+}
+
+// Said instead of any space figure: the package, not the disk, is at fault.
+void WriteDamaged(std::ostream& log, const std::string& packagePath)
+{
+    log << InstallationFailedLine << std::endl
+        << detail::DamagedPackageLine(packagePath) << std::endl;
+}
+
 } // namespace
 
 namespace detail
@@ -138,6 +289,72 @@ std::string TopLevelSyslinuxConfiguration(const std::string& fullVersion)
            fullVersion + "/boot/syslinux/syslinux.cfg\n";
 }
 
+bool CheckSpace(std::ostream& log, bool dos, std::int64_t needed, std::uint64_t free)
+{
+    if (free == std::numeric_limits<std::uint64_t>::max() || needed < 0)
+    {
+        log << InstallationFailedLine << std::endl
+            << (dos ? "Cannot determine available space for installation of Vidorama 14 or older"
+                    : "Cannot determine available space for installation of Vidorama")
+            << std::endl;
+        return false;
+    }
+    // Equality is refused as well. Both sides are 64-bit counts: a package of several
+    // gigabytes is measured as it is.
+    if (static_cast<std::uint64_t>(needed) >= free)
+    {
+        WriteNotEnoughSpace(log, dos, static_cast<std::uint64_t>(needed), free);
+        return false;
+    }
+    return true;
+}
+
+std::string DamagedPackageLine(const std::string& packagePath)
+{
+    const std::string::size_type slash = packagePath.rfind('/');
+    const std::string file =
+        slash == std::string::npos ? packagePath : packagePath.substr(slash + 1);
+    return "The package " + file + " is damaged and cannot be installed";
+}
+
+std::string RunningVersionDirectory(const std::string& kernelCommandLine)
+{
+    static const std::string prefix =
+        std::string("BOOT_IMAGE=") + InstallPackage::VersionsPath + "/";
+    // The boot loader puts BOOT_IMAGE first; the first one given is the one it used.
+    std::string::size_type at = 0;
+    for (;;)
+    {
+        at = kernelCommandLine.find_first_not_of(" \t\n", at);
+        if (at == std::string::npos)
+        {
+            return "";
+        }
+        std::string::size_type end = kernelCommandLine.find_first_of(" \t\n", at);
+        if (end == std::string::npos)
+        {
+            end = kernelCommandLine.size();
+        }
+        const std::string word = kernelCommandLine.substr(at, end - at);
+        if (word.compare(0, 11, "BOOT_IMAGE=") == 0)
+        {
+            if (word.compare(0, prefix.size(), prefix) != 0)
+            {
+                return "";
+            }
+            // The kernel lies inside the version's directory.
+            const std::string::size_type slash = word.find('/', prefix.size());
+            if (slash == std::string::npos)
+            {
+                return "";
+            }
+            const std::string directory = word.substr(prefix.size(), slash - prefix.size());
+            return directory == "." || directory == ".." ? "" : directory;
+        }
+        at = end;
+    }
+}
+
 void WriteNotEnoughSpace(std::ostream& log, bool dos, std::uint64_t needed, std::uint64_t free)
 {
     // Whole megabytes, rounded up, shown as the stream shows any floating-point number.
@@ -180,6 +397,14 @@ InstallPackage::InstallStatus InstallPackage::Install(const char* disk, std::ost
     {
         return InvalidPackage;
     }
+    // The package is read whole first: a damaged one is refused before the disk is touched.
+    bool damaged = false;
+    const std::int64_t needed = GetExtractedSize64(&damaged);
+    if (damaged)
+    {
+        WriteDamaged(log, path);
+        return DamagedPackage;
+    }
     if (!PrepareDestination(disk))
     {
         log << InstallationFailedLine << std::endl
@@ -187,7 +412,7 @@ InstallPackage::InstallStatus InstallPackage::Install(const char* disk, std::ost
             << std::endl;
         return DestinationNotReady;
     }
-    return Install(log);
+    return InstallMeasured(log, needed, false);
 }
 
 InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
@@ -196,7 +421,20 @@ InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
     {
         return InvalidPackage;
     }
-    if (!CheckAvailableDiskSpace(log))
+    bool damaged = false;
+    const std::int64_t needed = GetExtractedSize64(&damaged);
+    return InstallMeasured(log, needed, damaged);
+}
+
+InstallPackage::InstallStatus InstallPackage::InstallMeasured(std::ostream& log,
+                                                              std::int64_t needed, bool damaged)
+{
+    if (damaged)
+    {
+        WriteDamaged(log, path);
+        return DamagedPackage;
+    }
+    if (!detail::CheckSpace(log, version.IsDos(), needed, FreeSpace(version.IsDos())))
     {
         return NotEnoughSpace;
     }
@@ -214,27 +452,14 @@ InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
 
 bool InstallPackage::CheckAvailableDiskSpace(std::ostream& log)
 {
-    const bool dos = version.IsDos();
-    const int needed = GetExtractedSize();
-    const std::uint64_t free =
-        DiskDiagnostics::GetMountedPartitionFreeSpace(dos ? DosMountPoint : SystemMountPoint);
-
-    if (free == std::numeric_limits<std::uint64_t>::max() || needed == -1)
+    bool damaged = false;
+    const std::int64_t needed = GetExtractedSize64(&damaged);
+    if (damaged)
     {
-        log << InstallationFailedLine << std::endl
-            << (dos ? "Cannot determine available space for installation of Vidorama 14 or older"
-                    : "Cannot determine available space for installation of Vidorama")
-            << std::endl;
+        WriteDamaged(log, path);
         return false;
     }
-    // Equality is refused as well. A size beyond the 32-bit count has wrapped negative and
-    // compares as a huge unsigned figure, so it is refused too.
-    if (static_cast<std::uint64_t>(needed) >= free)
-    {
-        detail::WriteNotEnoughSpace(log, dos, static_cast<std::uint64_t>(needed), free);
-        return false;
-    }
-    return true;
+    return detail::CheckSpace(log, version.IsDos(), needed, FreeSpace(version.IsDos()));
 }
 
 InstallPackage::InstallStatus InstallPackage::InstallLinuxPackage(std::ostream& log)
@@ -430,25 +655,38 @@ bool InstallPackage::ChangeCurrentVersion(const PackageVersion& version, std::os
         return false;
     }
 
-    // Replaced as a whole: a power cut here must not leave a machine that cannot boot.
-    {
-        AtomicFile configuration(SystemVersionsDirectory + "/boot/syslinux/syslinux.cfg");
-        if (!configuration.IsOpen())
-        {
-            return false;
-        }
-        if (!configuration.Write(detail::TopLevelSyslinuxConfiguration(version.GetVersion(true))) ||
-            !configuration.Commit())
-        {
-            return false;
-        }
-    }
-
-    if (!Run(detail::ExtlinuxCommand(SystemVersionsDirectory + "/boot/syslinux"), log))
+    // What the boot loader and "current" name now is kept, so that a switch that fails half
+    // way can be undone. When it cannot be read, and so could not be put back, nothing is
+    // changed.
+    BootState previous;
+    if (!previous.Save())
     {
         return false;
     }
-    return Run(detail::LinkCommand(version.GetPath(), SystemVersionsDirectory + "/current"), log);
+
+    // Replaced as a whole: a power cut here must not leave a machine that cannot boot.
+    if (!ReplaceFile(TopLevelConfigurationFile,
+                     detail::TopLevelSyslinuxConfiguration(version.GetVersion(true))))
+    {
+        return false;
+    }
+
+    bool lineOpen = false;
+    if (!RunTellingTheLine(detail::ExtlinuxCommand(SystemVersionsDirectory + "/boot/syslinux"), log,
+                           lineOpen) ||
+        !RunTellingTheLine(detail::LinkCommand(version.GetPath(), CurrentLink), log, lineOpen))
+    {
+        // The command's last words may lack their line end; the message has a line of its own.
+        if (lineOpen)
+        {
+            log << std::endl;
+        }
+        log << (previous.Restore() ? "The previous boot configuration was put back."
+                                   : "The previous boot configuration could not be put back!")
+            << std::endl;
+        return false;
+    }
+    return true;
 }
 
 bool InstallPackage::UninstallPackageVersion(const PackageVersion& version, std::ostream& log)
@@ -462,6 +700,13 @@ bool InstallPackage::UninstallPackageVersion(const PackageVersion& version, std:
     if (version == GetCurrentLinuxVersion())
     {
         return true;
+    }
+    // After a switch without a restart the version that runs is no longer the current one;
+    // it stays as well, but it was not removed, and that is said.
+    if (IsRunning(version))
+    {
+        log << "The running version cannot be removed!" << std::endl;
+        return false;
     }
 
     // extlinux marks its loader immutable, and rm cannot remove it otherwise.
@@ -477,14 +722,27 @@ bool InstallPackage::UninstallAllPackageVersions(std::ostream& log)
 {
     std::unique_ptr<std::vector<PackageVersion>> versions(GetInstalledPackages());
     const PackageVersion current = GetCurrentLinuxVersion();
+    const PackageVersion running = GetRunningLinuxVersion();
     for (const PackageVersion& version : *versions)
     {
-        if (version != current && !UninstallPackageVersion(version, log))
+        if (version != current && !IsSameLinuxVersion(version, running) &&
+            !UninstallPackageVersion(version, log))
         {
             return false;
         }
     }
     return true;
+}
+
+PackageVersion InstallPackage::GetRunningLinuxVersion()
+{
+    const std::string directory =
+        detail::RunningVersionDirectory(SystemTools::GetKernelCommandLine());
+    if (directory.empty())
+    {
+        return PackageVersion();
+    }
+    return ReadVersionManifest(SystemVersionsDirectory + "/" + directory + "/");
 }
 
 } // namespace InstallerLib

@@ -55,6 +55,9 @@ struct Outcome
     bool readFine = false;
     std::string bytes;
     bool whole = false;
+    // What the stream says of the file afterwards.
+    bool damaged = false;
+    bool readFailed = false;
 };
 
 // Damage may show as soon as the reader looks at the start (a small stream is
@@ -71,17 +74,18 @@ Outcome ReadThrough(const std::string& path)
     std::unique_ptr<archive, ReaderFree> reader(archive_read_new());
     archive_read_support_format_raw(reader.get());
     outcome.opened = stream.OpenFor(reader.get(), path);
-    if (!outcome.opened)
-        return outcome;
     archive_entry* entry = nullptr;
-    if (archive_read_next_header(reader.get(), &entry) != ARCHIVE_OK)
-        return outcome;
-    char block[4096];
-    la_ssize_t count = 0;
-    while ((count = archive_read_data(reader.get(), block, sizeof(block))) > 0)
-        outcome.bytes.append(block, static_cast<std::size_t>(count));
-    outcome.readFine = count == 0;
-    outcome.whole = stream.Finish();
+    if (outcome.opened && archive_read_next_header(reader.get(), &entry) == ARCHIVE_OK)
+    {
+        char block[4096];
+        la_ssize_t count = 0;
+        while ((count = archive_read_data(reader.get(), block, sizeof(block))) > 0)
+            outcome.bytes.append(block, static_cast<std::size_t>(count));
+        outcome.readFine = count == 0;
+        outcome.whole = stream.Finish();
+    }
+    outcome.damaged = stream.IsDamaged();
+    outcome.readFailed = stream.ReadFailed();
     return outcome;
 }
 
@@ -108,6 +112,8 @@ TEST_F(GzipStreamTest, OneMemberReadsBackWholeAndProvesWhole)
     EXPECT_TRUE(outcome.readFine);
     EXPECT_EQ(outcome.bytes, text);
     EXPECT_TRUE(outcome.whole);
+    EXPECT_FALSE(outcome.damaged);
+    EXPECT_FALSE(outcome.readFailed);
 }
 
 TEST_F(GzipStreamTest, MembersOneAfterTheOtherReadAsOneStream)
@@ -160,6 +166,39 @@ TEST_F(GzipStreamTest, AMissingOrEmptyFileDoesNotOpen)
 {
     EXPECT_FALSE(ReadThrough(scratch.Join("missing.tar.gz")).opened);
     EXPECT_FALSE(ReadThrough(Write("")).opened);
+}
+
+// Damage is told apart from a file that cannot be read: only the first is the package's
+// fault.
+TEST_F(GzipStreamTest, DamageOfAnyKindIsSaidToBeDamage)
+{
+    std::string checksum = GzipMember(Text(5000, "frame"));
+    checksum[checksum.size() - 8] = static_cast<char>(checksum[checksum.size() - 8] ^ 0x01);
+    const std::string whole = GzipMember(Text(5000, "frame"));
+    std::string middle = whole;
+    for (std::size_t i = middle.size() / 2; i < middle.size() / 2 + 8; ++i)
+        middle[i] = static_cast<char>(middle[i] ^ 0x5a);
+    for (const std::string& bytes :
+         {checksum, middle, whole.substr(0, whole.size() / 2), whole.substr(0, whole.size() - 1),
+          whole + "garbage after the stream", Text(100, "plain text, not gzip"), std::string()})
+    {
+        const Outcome outcome = ReadThrough(Write(bytes));
+        EXPECT_FALSE(Accepted(outcome)) << bytes.size();
+        EXPECT_TRUE(outcome.damaged) << bytes.size();
+        EXPECT_FALSE(outcome.readFailed) << bytes.size();
+    }
+}
+
+TEST_F(GzipStreamTest, AFileThatCannotBeReadIsNotSaidToBeDamaged)
+{
+    const Outcome missing = ReadThrough(scratch.Join("missing.tar.gz"));
+    EXPECT_FALSE(missing.damaged);
+    EXPECT_FALSE(missing.readFailed);
+    // A directory opens, but reading it fails.
+    const Outcome directory = ReadThrough(scratch.path);
+    EXPECT_FALSE(directory.opened);
+    EXPECT_FALSE(directory.damaged);
+    EXPECT_TRUE(directory.readFailed);
 }
 
 } // namespace

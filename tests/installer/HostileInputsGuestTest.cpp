@@ -346,10 +346,15 @@ TEST_F(HostileInstallation, ATruncatedLinuxPackageIsRefusedAndChangesNothing)
 
     InstallPackage package(path.c_str());
     EXPECT_EQ(package.GetExtractedSize(), -1);
+    bool damaged = false;
+    EXPECT_EQ(package.GetExtractedSize64(&damaged), -1);
+    EXPECT_TRUE(damaged);
     std::ostringstream log;
-    EXPECT_EQ(package.Install(Disk, log), InstallPackage::NotEnoughSpace);
+    // The package, not the disk, is said to be at fault.
+    EXPECT_EQ(package.Install(Disk, log), InstallPackage::DamagedPackage);
     EXPECT_EQ(log.str(), "Package installation failed!\n"
-                         "Cannot determine available space for installation of Vidorama\n");
+                         "The package " +
+                             name + " is damaged and cannot be installed\n");
     EXPECT_FALSE(fs::exists(WorkInstaller));
     EXPECT_FALSE(package.IsInstalled());
     ExpectInstalledSystemUnchanged();
@@ -359,39 +364,55 @@ TEST_F(HostileInstallation, ATruncatedLinuxPackageIsRefusedAndChangesNothing)
                            "12.05.01.3456\nboot\ncurrent\n");
 }
 
-TEST_F(HostileInstallation, ALinuxPackageWithADamagedPayloadFailsAndChangesNothing)
+TEST_F(HostileInstallation, ALinuxPackageWithADamagedPayloadIsRefusedAsDamagedAndChangesNothing)
 {
-    // The reader misses damage in the payload, or finds it: either the size is unknown, or
-    // the installer's own unpacking fails on the gzip checksum.
+    // The stream's checksum is checked to its end before anything is written: the damage
+    // is found whatever the bytes decode to.
     const std::string name = "Vidorama_12.07.02.1.tar.gz";
     const std::string path = Packages + "/" + name;
     ASSERT_TRUE(
         WriteLinuxPackage(path, LinuxMembers(SampleInstaller(), "12.07.02", "1",
                                              {{"payload/media.bin", NoiseBytes(256 << 10, 2)}})));
     ASSERT_TRUE(Damage(path, 64));
+    const std::string damagedBytes = ReadFile(path);
 
     InstallPackage package(path.c_str());
-    const int size = package.GetExtractedSize();
+    EXPECT_EQ(package.GetExtractedSize(), -1);
     std::ostringstream log;
-    const InstallPackage::InstallStatus status = package.Install(Disk, log);
-    Observed("damaged payload: extracted size " + std::to_string(size) + ", status " +
-             std::to_string(status) + ", left: " + Leftovers());
-    if (size == -1)
-    {
-        EXPECT_EQ(status, InstallPackage::NotEnoughSpace);
-    }
-    else
-    {
-        EXPECT_EQ(status, InstallPackage::InstallationFailed);
-        EXPECT_TRUE(EndsWith(log.str(), FailureLines)) << log.str();
-        EXPECT_NE(log.str().find("Installing Vidorama 12.07.02.1\n"), std::string::npos);
-        // The installer unpacks beside the versions first: its staging directory stays, the
-        // version's own directory never appears.
-        EXPECT_FALSE(fs::exists(SysVersions + "/12.07.02.1"));
-        // Kept for inspection, like after any failed run.
-        EXPECT_TRUE(fs::is_regular_file(WorkInstaller));
-    }
+    EXPECT_EQ(package.Install(Disk, log), InstallPackage::DamagedPackage);
+    EXPECT_EQ(log.str(), "Package installation failed!\n"
+                         "The package " +
+                             name + " is damaged and cannot be installed\n");
+    EXPECT_FALSE(fs::exists(WorkInstaller));
     EXPECT_FALSE(package.IsInstalled());
+    ExpectInstalledSystemUnchanged();
+    ExpectKeyUnchangedBut(name);
+    EXPECT_EQ(ReadFile(path), damagedBytes) << "the package itself is left as it is";
+    EXPECT_EQ(Leftovers(), "/mnt/DOS/Versions:\n120501\n\n/mnt/SYS/Versions:\n"
+                           "12.05.01.3456\nboot\ncurrent\n");
+}
+
+TEST_F(HostileInstallation, ADamagedPackageIsRefusedBeforeTheDiskIsEvenMounted)
+{
+    // Both partitions let go: the damaged package does not mount them again.
+    const std::string name = "Vidorama_12.07.07.1.tar.gz";
+    const std::string path = Packages + "/" + name;
+    ASSERT_TRUE(
+        WriteLinuxPackage(path, LinuxMembers(SampleInstaller(), "12.07.07", "1",
+                                             {{"payload/media.bin", NoiseBytes(64 << 10, 7)}})));
+    fs::resize_file(path, fs::file_size(path) - 100);
+    ASSERT_EQ(Shell("umount /mnt/SYS && umount /mnt/DOS").status, 0);
+
+    InstallPackage package(path.c_str());
+    std::ostringstream log;
+    EXPECT_EQ(package.Install(Disk, log), InstallPackage::DamagedPackage);
+    EXPECT_EQ(log.str(), "Package installation failed!\n"
+                         "The package " +
+                             name + " is damaged and cannot be installed\n");
+    EXPECT_EQ(Shell("grep -c -e ' /mnt/SYS ' -e ' /mnt/DOS ' /proc/mounts").output, "0\n");
+    EXPECT_FALSE(fs::exists(WorkInstaller));
+    InstallPackage any(SamplePackage.c_str());
+    ASSERT_TRUE(any.PrepareDestination(Disk));
     ExpectInstalledSystemUnchanged();
     ExpectKeyUnchangedBut(name);
 }
@@ -567,10 +588,10 @@ TEST_F(HostileInstallation, ManySmallFilesFillThePartitionAfterTheSpaceCheckPass
     ExpectKeyUnchangedBut(name);
 }
 
-TEST_F(HostileInstallation, AHugeSparseFileIsCountedModuloFourGigabytes)
+TEST_F(HostileInstallation, AHugeSparseFileIsCountedWholeByTheSpaceCheck)
 {
-    // A 4 GiB + 1 MiB entry is counted as 1 MiB: the 32-bit byte count wraps. The installer
-    // unpacks it as a sparse file, so it fits all the same.
+    // A 4 GiB + 1 MiB entry: the 32-bit byte count wraps to 1 MiB, which fitted into the
+    // partition; the space check counts in 64 bits and refuses it, with the true shortfall.
     const std::string name = "Vidorama_12.07.05.1.tar.gz";
     const std::string path = Packages + "/" + name;
     const std::string installer = SampleInstaller();
@@ -587,24 +608,29 @@ TEST_F(HostileInstallation, AHugeSparseFileIsCountedModuloFourGigabytes)
     const int size = package.GetExtractedSize();
     EXPECT_GT(size, 1 << 20);
     EXPECT_LT(size, 2 << 20);
+    bool damaged = true;
+    const std::int64_t wholeSize = package.GetExtractedSize64(&damaged);
+    EXPECT_FALSE(damaged);
+    EXPECT_GT(wholeSize, 4097ll << 20);
+    EXPECT_LT(wholeSize, 4098ll << 20);
+    const std::uint64_t free = DiskDiagnostics::GetMountedPartitionFreeSpace("/mnt/SYS");
+    const std::uint64_t missing =
+        (static_cast<std::uint64_t>(wholeSize) - free + (1u << 20) - 1) >> 20;
+    const std::string refused =
+        "Package installation failed!\n"
+        "Not enough space available space for installation of Vidorama\n" +
+        std::to_string(missing) +
+        " MB are missing.\n"
+        "Please delete unused version and relaunch the installation process\n";
     std::ostringstream check;
-    EXPECT_TRUE(package.CheckAvailableDiskSpace(check)) << check.str();
+    EXPECT_FALSE(package.CheckAvailableDiskSpace(check));
+    EXPECT_EQ(check.str(), refused);
 
     std::ostringstream log;
-    const InstallPackage::InstallStatus status = package.Install(Disk, log);
-    Observed("huge sparse file: counted " + std::to_string(size) + " bytes, status " +
-             std::to_string(status) + ", left: " + Leftovers());
-    // The previous version is there whatever happened; a success makes the new one current.
-    EXPECT_TRUE(fs::is_regular_file(SysVersions + "/12.05.01.3456/Version.json"));
-    if (status == InstallPackage::InstallationSucceeded)
-    {
-        EXPECT_STREQ(InstallPackage::GetCurrentLinuxVersion().GetVersion(true), "12.07.05.1");
-    }
-    else
-    {
-        EXPECT_EQ(status, InstallPackage::InstallationFailed);
-        ExpectInstalledSystemUnchanged();
-    }
+    EXPECT_EQ(package.Install(Disk, log), InstallPackage::NotEnoughSpace);
+    EXPECT_EQ(log.str(), refused);
+    EXPECT_FALSE(fs::exists(WorkInstaller));
+    ExpectInstalledSystemUnchanged();
     ExpectKeyUnchangedBut(name);
 }
 

@@ -480,6 +480,112 @@ TEST_F(BrokenPackage, APackageThatIsADirectoryOrEmptyHasNoKnownSize)
 }
 
 // ---------------------------------------------------------------------------------------
+// Damaged, not unreadable: a Linux package whose bytes prove it damaged is told apart from
+// one that cannot be read, and its installation says so before anything is done.
+
+std::string DamagedLines(const char* name)
+{
+    return std::string("Package installation failed!\nThe package ") + name +
+           " is damaged and cannot be installed\n";
+}
+
+TEST_F(BrokenPackage, AWholePackageIsMeasuredInBothWidthsAndIsNotDamaged)
+{
+    const auto members = InstallerLastMembers(LogLines(2000));
+    ASSERT_TRUE(WriteArchive(linuxPath(), members, false));
+    InstallPackage package(linuxPath().c_str());
+    bool damaged = true;
+    EXPECT_EQ(package.GetExtractedSize64(&damaged), ExtractedSize(members));
+    EXPECT_FALSE(damaged);
+    EXPECT_EQ(package.GetExtractedSize(), ExtractedSize(members));
+    EXPECT_EQ(package.GetExtractedSize64(), ExtractedSize(members));
+}
+
+TEST_F(BrokenPackage, EveryCutOfALinuxPackageProvesItDamaged)
+{
+    const auto members = InstallerFirstMembers(NoiseBytes(40000, 7));
+    ASSERT_TRUE(WriteArchive(linuxPath(), members, false));
+    const std::string whole = ReadFile(linuxPath());
+    for (std::size_t size = 0; size < whole.size(); size += size < 64 ? 1 : 997)
+    {
+        WriteFile(linuxPath(), whole.substr(0, size));
+        bool damaged = false;
+        EXPECT_EQ(InstallPackage(linuxPath().c_str()).GetExtractedSize64(&damaged), -1)
+            << "cut at " << size;
+        EXPECT_TRUE(damaged) << "cut at " << size;
+    }
+}
+
+TEST_F(BrokenPackage, OverwrittenBytesProveALinuxPackageDamaged)
+{
+    for (const char value : {'\x01', '\x5a', '\xff'})
+    {
+        ASSERT_TRUE(WriteArchive(linuxPath(), InstallerFirstMembers(LogLines(2000)), false));
+        Damage(linuxPath(), 16, value);
+        bool damaged = false;
+        EXPECT_EQ(InstallPackage(linuxPath().c_str()).GetExtractedSize64(&damaged), -1);
+        EXPECT_TRUE(damaged) << static_cast<int>(value);
+    }
+    // Not gzip at all, or a gzip stream that holds no tar.
+    WriteFile(linuxPath(), "this is not a compressed tar archive at all\n");
+    bool damaged = false;
+    EXPECT_EQ(InstallPackage(linuxPath().c_str()).GetExtractedSize64(&damaged), -1);
+    EXPECT_TRUE(damaged);
+    ASSERT_EQ(std::system(("printf 'plain text, no tar\\n' | gzip -c > " + linuxPath()).c_str()),
+              0);
+    damaged = false;
+    EXPECT_EQ(InstallPackage(linuxPath().c_str()).GetExtractedSize64(&damaged), -1);
+    EXPECT_TRUE(damaged);
+}
+
+TEST_F(BrokenPackage, APackageThatCannotBeReadIsNotSaidToBeDamaged)
+{
+    bool damaged = true;
+    EXPECT_EQ(InstallPackage(linuxPath().c_str()).GetExtractedSize64(&damaged), -1);
+    EXPECT_FALSE(damaged) << "a missing file";
+    // Opened, but every read fails.
+    fs::create_directory(linuxPath());
+    damaged = true;
+    EXPECT_EQ(InstallPackage(linuxPath().c_str()).GetExtractedSize64(&damaged), -1);
+    EXPECT_FALSE(damaged) << "a directory";
+    // DOS packages are checked by unzip when they are unpacked, not here.
+    WriteFile(dosPath(), "nor is this a zip archive\n");
+    damaged = true;
+    EXPECT_EQ(InstallPackage(dosPath().c_str()).GetExtractedSize64(&damaged), -1);
+    EXPECT_FALSE(damaged);
+}
+
+TEST_F(BrokenPackage, TheInstallationOfADamagedPackageSaysSoAndDoesNothing)
+{
+    // The installer comes first and is whole: only the check of the whole file stops it.
+    const auto members = InstallerFirstMembers(LogLines(2000));
+    ASSERT_TRUE(WriteArchive(linuxPath(), members, false));
+    const std::string whole = ReadFile(linuxPath());
+    WorkingDirectory inside(work());
+    ASSERT_TRUE(inside.changed);
+    for (const std::string& bytes : {whole.substr(0, whole.size() - 100), whole.substr(0, 10)})
+    {
+        WriteFile(linuxPath(), bytes);
+        InstallPackage package(linuxPath().c_str());
+        std::ostringstream log;
+        EXPECT_EQ(package.Install(log), InstallPackage::DamagedPackage);
+        EXPECT_EQ(log.str(), DamagedLines(LinuxName));
+        std::ostringstream check;
+        EXPECT_FALSE(package.CheckAvailableDiskSpace(check));
+        EXPECT_EQ(check.str(), DamagedLines(LinuxName));
+        EXPECT_EQ(log.str().find("space"), std::string::npos);
+        EXPECT_TRUE(fs::is_empty(work())) << "nothing extracted, nothing run";
+    }
+    WriteFile(linuxPath(), whole);
+    Damage(linuxPath(), 16, '\x5a');
+    InstallPackage damaged(linuxPath().c_str());
+    std::ostringstream log;
+    EXPECT_EQ(damaged.Install(log), InstallPackage::DamagedPackage);
+    EXPECT_EQ(log.str(), DamagedLines(LinuxName));
+    EXPECT_TRUE(fs::is_empty(work()));
+}
+
+// ---------------------------------------------------------------------------------------
 // Manifests that are not JSON
 
 PackageVersion ParsedJs(const std::string& text)

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -304,11 +305,22 @@ TEST_F(InstallPackageInGuest, AnUnreadablePackageHasNoKnownSize)
                     "/var/tmp/broken/120701.zip")
                   .status,
               0);
+    // Random bytes are no gzip stream: the Linux package is damaged. The DOS one's size is
+    // not known.
     InstallPackage linuxPackage("/var/tmp/broken/Vidorama_12.07.01.1.tar.gz");
     std::ostringstream log;
-    EXPECT_EQ(linuxPackage.Install(log), InstallPackage::NotEnoughSpace);
+    EXPECT_EQ(linuxPackage.Install(log), InstallPackage::DamagedPackage);
     EXPECT_EQ(log.str(), "Package installation failed!\n"
-                         "Cannot determine available space for installation of Vidorama\n");
+                         "The package Vidorama_12.07.01.1.tar.gz is damaged and cannot be "
+                         "installed\n");
+    // A Linux package that cannot be read at all: its size cannot be determined.
+    ASSERT_EQ(Shell("mkdir -p /var/tmp/broken/Vidorama_12.07.02.1.tar.gz").status, 0);
+    InstallPackage unreadable("/var/tmp/broken/Vidorama_12.07.02.1.tar.gz");
+    std::ostringstream unreadableLog;
+    EXPECT_EQ(unreadable.Install(unreadableLog), InstallPackage::NotEnoughSpace);
+    EXPECT_EQ(unreadableLog.str(),
+              "Package installation failed!\n"
+              "Cannot determine available space for installation of Vidorama\n");
 
     InstallPackage dosPackage("/var/tmp/broken/120701.zip");
     std::ostringstream dosLog;
@@ -510,6 +522,191 @@ TEST_F(InstallPackageInGuest, WithoutBootDirectoryTheSwitchFails)
     EXPECT_FALSE(
         InstallPackage::ChangeCurrentVersion(WithPath(Parsed("12.06.02.3501"), other), log));
     EXPECT_FALSE(fs::exists(Current));
+}
+
+// Programs put in front of the real ones on the search path until the end of the test.
+class StandIns
+{
+public:
+    StandIns() : previous(std::getenv("PATH") != nullptr ? std::getenv("PATH") : "")
+    {
+        fs::remove_all(Directory);
+        fs::create_directories(Directory);
+        ::setenv("PATH", (Directory + ":" + previous).c_str(), 1);
+    }
+    ~StandIns()
+    {
+        ::setenv("PATH", previous.c_str(), 1);
+        fs::remove_all(Directory);
+    }
+    StandIns(const StandIns&) = delete;
+    StandIns& operator=(const StandIns&) = delete;
+
+    void Add(const std::string& name, const std::string& script)
+    {
+        const std::string path = Directory + "/" + name;
+        WriteFile(path, "#!/bin/sh\n" + script);
+        ::chmod(path.c_str(), 0755);
+    }
+
+private:
+    const std::string Directory = "/run/standins";
+    std::string previous;
+};
+
+// A kernel command line bound over /proc/cmdline until the end of the test.
+class KernelCommandLine
+{
+public:
+    explicit KernelCommandLine(const std::string& text)
+    {
+        WriteFile("/run/cmdline.test", text + "\n");
+        bound = Shell("mount --bind /run/cmdline.test /proc/cmdline").status == 0;
+    }
+    ~KernelCommandLine()
+    {
+        if (bound)
+        {
+            Shell("umount /proc/cmdline");
+        }
+        Shell("rm -f /run/cmdline.test");
+    }
+    KernelCommandLine(const KernelCommandLine&) = delete;
+    KernelCommandLine& operator=(const KernelCommandLine&) = delete;
+
+    bool bound = false;
+};
+
+// What the boot loader and "current" name, and what else lies beside the configuration;
+// with the loader's own bytes where extlinux must not have run.
+std::string BootState(bool loader = false)
+{
+    return Shell("cd /mnt/SYS/Versions && echo \"current -> $(readlink current)\" && cat "
+                 "boot/syslinux/syslinux.cfg && ls -A boot/syslinux" +
+                 std::string(loader ? " && md5sum boot/syslinux/ldlinux.sys" : ""))
+        .output;
+}
+
+TEST_F(InstallPackageInGuest, AFailingExtlinuxPutsThePreviousConfigurationBack)
+{
+    InstallSample();
+    const std::string other = MakeLinuxVersion("12.06.02.3501", "12.06.02", "3501");
+    const std::string before = BootState(true);
+    ASSERT_NE(before.find("current -> " + SysVersions + "/12.05.01.3456"), std::string::npos)
+        << before;
+    StandIns standIns;
+    standIns.Add("extlinux", "echo \"extlinux: $*: Input/output error\" >&2\nexit 1\n");
+    std::ostringstream log;
+    EXPECT_FALSE(
+        InstallPackage::ChangeCurrentVersion(WithPath(Parsed("12.06.02.3501"), other), log));
+    EXPECT_EQ(log.str(), "extlinux: -i /mnt/SYS/Versions/boot/syslinux: Input/output error\n"
+                         "The previous boot configuration was put back.\n");
+    EXPECT_EQ(BootState(true), before);
+    EXPECT_STREQ(InstallPackage::GetCurrentLinuxVersion().GetVersion(true), "12.05.01.3456");
+}
+
+TEST_F(InstallPackageInGuest, ARealExtlinuxFailureLeavesTheBootStateAsItWas)
+{
+    // No loader installed yet, and a directory where extlinux writes it: extlinux fails
+    // before it changes anything.
+    EmptyDestination();
+    const std::string first = MakeLinuxVersion("12.05.01.3456", "12.05.01", "3456");
+    const std::string other = MakeLinuxVersion("12.06.02.3501", "12.06.02", "3501");
+    fs::create_directories(SysVersions + "/boot/syslinux/ldlinux.sys");
+    ASSERT_TRUE(WriteFile(TopConfiguration,
+                          "DEFAULT Vidorama\nLABEL Vidorama\n  CONFIG "
+                          "/Versions/12.05.01.3456/boot/syslinux/syslinux.cfg\n"));
+    fs::create_symlink(first, Current);
+    const std::string before = Shell("ls -A " + SysVersions + "/boot/syslinux").output;
+    std::ostringstream log;
+    EXPECT_FALSE(
+        InstallPackage::ChangeCurrentVersion(WithPath(Parsed("12.06.02.3501"), other), log));
+    // extlinux's last words lack their line end; the message has a line of its own.
+    EXPECT_NE(log.str().find("\nThe previous boot configuration was put back.\n"),
+              std::string::npos)
+        << log.str();
+    EXPECT_EQ(ReadFile(TopConfiguration), "DEFAULT Vidorama\nLABEL Vidorama\n  CONFIG "
+                                          "/Versions/12.05.01.3456/boot/syslinux/syslinux.cfg\n");
+    EXPECT_EQ(fs::read_symlink(Current), first);
+    EXPECT_EQ(Shell("ls -A " + SysVersions + "/boot/syslinux").output, before);
+    fs::remove(SysVersions + "/boot/syslinux/ldlinux.sys");
+}
+
+TEST_F(InstallPackageInGuest, AFailingLinkPutsThePreviousConfigurationBack)
+{
+    // The versions directory cannot take a new entry: ln fails, after extlinux ran.
+    InstallSample();
+    const std::string other = MakeLinuxVersion("12.06.02.3501", "12.06.02", "3501");
+    const std::string before = BootState();
+    ASSERT_EQ(Shell("chattr +i " + SysVersions).status, 0);
+    std::ostringstream log;
+    const bool changed =
+        InstallPackage::ChangeCurrentVersion(WithPath(Parsed("12.06.02.3501"), other), log);
+    Shell("chattr -i " + SysVersions);
+    EXPECT_FALSE(changed);
+    EXPECT_NE(log.str().find("The previous boot configuration was put back.\n"), std::string::npos)
+        << log.str();
+    EXPECT_EQ(BootState(), before);
+    EXPECT_STREQ(InstallPackage::GetCurrentLinuxVersion().GetVersion(true), "12.05.01.3456");
+}
+
+TEST_F(InstallPackageInGuest, ALinkRemovedByAFailedLnIsPutBack)
+{
+    // An ln that takes the old link away and then fails to make the new one.
+    InstallSample();
+    const std::string other = MakeLinuxVersion("12.06.02.3501", "12.06.02", "3501");
+    const std::string before = BootState();
+    StandIns standIns;
+    standIns.Add("ln", "rm -f \"$3\"\necho \"ln: failed to create symbolic link '$3'\" >&2\n"
+                       "exit 1\n");
+    std::ostringstream log;
+    EXPECT_FALSE(
+        InstallPackage::ChangeCurrentVersion(WithPath(Parsed("12.06.02.3501"), other), log));
+    EXPECT_NE(log.str().find("The previous boot configuration was put back.\n"), std::string::npos)
+        << log.str();
+    EXPECT_EQ(BootState(), before);
+    EXPECT_EQ(fs::read_symlink(Current), SysVersions + "/12.05.01.3456");
+    // Nothing of the failed switch is left beside the link.
+    EXPECT_EQ(Shell("ls -A " + SysVersions).output,
+              "12.05.01.3456\n12.06.02.3501\nboot\ncurrent\n");
+}
+
+TEST_F(InstallPackageInGuest, TheRunningVersionIsKeptThroughEveryRemoval)
+{
+    // A switch to 12.05.01 without the restart: 12.06.02 still runs.
+    InstallSample();
+    const std::string running = MakeLinuxVersion("second", "12.06.02", "3501");
+    const std::string old = MakeLinuxVersion("old", "11.01.01", "1");
+    KernelCommandLine commandLine("BOOT_IMAGE=/Versions/second/boot/vmlinuz root=/dev/sda2 quiet");
+    ASSERT_TRUE(commandLine.bound);
+    EXPECT_STREQ(InstallPackage::GetRunningLinuxVersion().GetVersion(true), "12.06.02.3501");
+    EXPECT_STREQ(InstallPackage::GetCurrentLinuxVersion().GetVersion(true), "12.05.01.3456");
+
+    std::ostringstream log;
+    EXPECT_FALSE(
+        InstallPackage::UninstallPackageVersion(WithPath(Parsed("12.06.02.3501"), running), log));
+    EXPECT_EQ(log.str(), "The running version cannot be removed!\n");
+    EXPECT_TRUE(fs::is_regular_file(running + "/Version.json"));
+
+    std::ostringstream all;
+    EXPECT_TRUE(InstallPackage::UninstallAllPackageVersions(all)) << all.str();
+    EXPECT_FALSE(fs::exists(old));
+    EXPECT_EQ(Shell("ls -A " + SysVersions).output, "12.05.01.3456\nboot\ncurrent\nsecond\n");
+    EXPECT_EQ(fs::read_symlink(Current), SysVersions + "/12.05.01.3456");
+}
+
+TEST_F(InstallPackageInGuest, StartedFromTheKeyNoVersionRuns)
+{
+    InstallSample();
+    const std::string second = MakeLinuxVersion("second", "12.06.02", "3501");
+    KernelCommandLine commandLine("BOOT_IMAGE=/boot/vmlinuz initrd=/boot/initrd.img quiet");
+    ASSERT_TRUE(commandLine.bound);
+    EXPECT_TRUE(InstallPackage::GetRunningLinuxVersion().IsEmpty());
+    std::ostringstream log;
+    EXPECT_TRUE(
+        InstallPackage::UninstallPackageVersion(WithPath(Parsed("12.06.02.3501"), second), log))
+        << log.str();
+    EXPECT_FALSE(fs::exists(second));
 }
 
 TEST_F(InstallPackageInGuest, TheCurrentVersionIsNeverRemoved)

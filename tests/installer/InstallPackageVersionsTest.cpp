@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,8 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -197,6 +200,113 @@ TEST(InstallPackageSpace, MissingFiguresAreRoundedUpAndShownAsFloatingPoint)
     EXPECT_NE(large.str().find("\n3e+06 MB are missing.\n"), std::string::npos) << large.str();
 }
 
+// The space check on its numbers: sizes of several gigabytes are counted as they are.
+const std::int64_t GiB = 1024ll * 1024 * 1024;
+const std::uint64_t UnknownFree = ~std::uint64_t(0);
+
+std::string LinuxNotEnough(const std::string& missing)
+{
+    return "Package installation failed!\n"
+           "Not enough space available space for installation of Vidorama\n" +
+           missing +
+           " MB are missing.\n"
+           "Please delete unused version and relaunch the installation process\n";
+}
+
+TEST(InstallPackageSpace, APackageOfTwoAndAHalfGigabytesIsShortByItsTrueDifference)
+{
+    // A 32-bit count made this a negative number, shown as "1.75922e+13 MB are missing.".
+    std::ostringstream log;
+    EXPECT_FALSE(detail::CheckSpace(log, false, 5 * GiB / 2, 1 * GiB));
+    EXPECT_EQ(log.str(), LinuxNotEnough("1536"));
+}
+
+TEST(InstallPackageSpace, APackageOfFiveGigabytesDoesNotFitIntoFour)
+{
+    // A 32-bit count saw 1 GiB here and let the package through.
+    std::ostringstream log;
+    EXPECT_FALSE(detail::CheckSpace(log, false, 5 * GiB, 4 * GiB));
+    EXPECT_EQ(log.str(), LinuxNotEnough("1024"));
+
+    std::ostringstream dos;
+    EXPECT_FALSE(detail::CheckSpace(dos, true, 5 * GiB, 4 * GiB + 1));
+    EXPECT_EQ(dos.str(), "Package installation failed!\n"
+                         "Not enough space available for installation of Vidorama 14 or older\n"
+                         "1024 MB are missing.\n"
+                         "Please delete unused version 14 or older and relaunch the installation \n"
+                         " process\n");
+}
+
+TEST(InstallPackageSpace, LargePackagesFitWhereThereIsRoomForThem)
+{
+    std::ostringstream log;
+    EXPECT_TRUE(detail::CheckSpace(log, false, 5 * GiB, 5 * GiB + 1));
+    EXPECT_TRUE(detail::CheckSpace(log, false, 5 * GiB / 2, 3 * GiB));
+    EXPECT_TRUE(detail::CheckSpace(log, true, 5 * GiB, 6 * GiB));
+    EXPECT_TRUE(detail::CheckSpace(log, false, 0, 1));
+    EXPECT_EQ(log.str(), "");
+}
+
+TEST(InstallPackageSpace, ExactlyTheFreeSpaceIsRefusedAtAnySize)
+{
+    std::ostringstream log;
+    EXPECT_FALSE(detail::CheckSpace(log, false, 5 * GiB, 5 * GiB));
+    EXPECT_EQ(log.str(), LinuxNotEnough("0"));
+}
+
+TEST(InstallPackageSpace, AnUnknownSizeOrFreeSpaceCannotBeDetermined)
+{
+    for (const auto& [needed, free] : std::vector<std::pair<std::int64_t, std::uint64_t>>{
+             {-1, 4 * GiB}, {5 * GiB, UnknownFree}, {-1, UnknownFree}})
+    {
+        std::ostringstream linuxLog;
+        EXPECT_FALSE(detail::CheckSpace(linuxLog, false, needed, free));
+        EXPECT_EQ(linuxLog.str(),
+                  "Package installation failed!\n"
+                  "Cannot determine available space for installation of Vidorama\n");
+        std::ostringstream dosLog;
+        EXPECT_FALSE(detail::CheckSpace(dosLog, true, needed, free));
+        EXPECT_EQ(dosLog.str(),
+                  "Package installation failed!\n"
+                  "Cannot determine available space for installation of Vidorama 14 or older\n");
+    }
+}
+
+TEST(InstallPackageSpace, TheDamagedPackageLineNamesTheFile)
+{
+    EXPECT_EQ(detail::DamagedPackageLine("/mnt/USB/Packages/Vidorama_12.05.01.3456.tar.gz"),
+              "The package Vidorama_12.05.01.3456.tar.gz is damaged and cannot be installed");
+    EXPECT_EQ(detail::DamagedPackageLine("Vidorama_12.05.01.3456.tar.gz"),
+              "The package Vidorama_12.05.01.3456.tar.gz is damaged and cannot be installed");
+}
+
+TEST(RunningVersion, TheDirectoryOfTheBootImage)
+{
+    EXPECT_EQ(detail::RunningVersionDirectory(
+                  "BOOT_IMAGE=/Versions/12.05.01.3456/boot/vmlinuz root=/dev/sda2 quiet"),
+              "12.05.01.3456");
+    EXPECT_EQ(detail::RunningVersionDirectory("BOOT_IMAGE=/Versions/second/vmlinuz"), "second");
+    // Wherever it stands among the words; the first one counts.
+    EXPECT_EQ(detail::RunningVersionDirectory("quiet  BOOT_IMAGE=/Versions/a/vmlinuz "
+                                              "BOOT_IMAGE=/Versions/b/vmlinuz"),
+              "a");
+    EXPECT_EQ(detail::RunningVersionDirectory("BOOT_IMAGE=/Versions/current/boot/vmlinuz\n"),
+              "current");
+}
+
+TEST(RunningVersion, NoneWhenNotStartedFromAnInstalledVersion)
+{
+    for (const char* line :
+         {"", "BOOT_IMAGE=/boot/vmlinuz initrd=/boot/initrd.img quiet", "root=/dev/sda2 quiet",
+          "BOOT_IMAGE=/Versions/vmlinuz", "BOOT_IMAGE=/Versions//vmlinuz",
+          "BOOT_IMAGE=/Versions/../boot/vmlinuz", "BOOT_IMAGE=/Versions/./vmlinuz",
+          "BOOT_IMAGE=Versions/12.05.01.3456/vmlinuz", "XBOOT_IMAGE=/Versions/a/vmlinuz",
+          "BOOT_IMAGE=/boot/vmlinuz BOOT_IMAGE=/Versions/a/vmlinuz"})
+    {
+        EXPECT_EQ(detail::RunningVersionDirectory(line), "") << line;
+    }
+}
+
 TEST(InstallPackageStatus, Values)
 {
     EXPECT_EQ(InstallPackage::InvalidPackage, 1);
@@ -205,6 +315,8 @@ TEST(InstallPackageStatus, Values)
     EXPECT_EQ(InstallPackage::NoPreviousDosInstallation, 4);
     EXPECT_EQ(InstallPackage::InstallationFailed, 5);
     EXPECT_EQ(InstallPackage::InstallationSucceeded, 6);
+    // Added after the others, which keep their numbers.
+    EXPECT_EQ(InstallPackage::DamagedPackage, 7);
 }
 
 TEST(InstallPackageStatus, InvalidPackagesAreRefusedBeforeAnythingElse)

@@ -256,9 +256,10 @@ TEST_F(InstallSteps, NoToOverwritingLeavesWithoutPopupOrPrompt)
 
 TEST_F(InstallSteps, AFailureIsNamedAndHeldUntilEnter)
 {
-    RunInGuest("mkdir -p /var/tmp/broken && head -c 4096 /dev/urandom > "
-               "/var/tmp/broken/Vidorama_12.07.01.1.tar.gz");
-    Start(Program("InstallStepsProgram") + " install /var/tmp/broken/Vidorama_12.07.01.1.tar.gz");
+    // A package file that cannot be read (a directory): its size cannot be determined.
+    RunInGuest("mkdir -p /var/tmp/unreadable/Vidorama_12.07.01.1.tar.gz");
+    Start(Program("InstallStepsProgram") +
+          " install /var/tmp/unreadable/Vidorama_12.07.01.1.tar.gz");
     ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
     EXPECT_NE(Screen().find("Cannot determine available space for installation of Vidorama"),
               std::string::npos)
@@ -269,6 +270,58 @@ TEST_F(InstallSteps, AFailureIsNamedAndHeldUntilEnter)
     ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
     EXPECT_EQ(Result(), "run 0\n");
     EXPECT_TRUE(Logged("3 Installation failed! No available disk space.")) << Log();
+}
+
+// The installed disk as the installation left it: versions, "current", the
+// top-level boot configuration, the DOS side.
+const std::string InstalledDisk =
+    "mkdir -p /run/look/sys /run/look/dos && mount /dev/vda2 /run/look/sys && "
+    "mount /dev/vda1 /run/look/dos && cd /run/look && ls -A sys/Versions && "
+    "readlink sys/Versions/current && cat sys/Versions/boot/syslinux/syslinux.cfg && "
+    "find sys/Versions dos -type f | sort | xargs md5sum; cd / && umount /run/look/sys "
+    "/run/look/dos";
+
+TEST_F(InstallSteps, ADamagedPackageIsNamedAndNothingIsWritten)
+{
+    // Cut short, as by a copy that did not end, or with bytes changed in its middle.
+    RunInGuest("rm -rf /var/tmp/damaged && mkdir -p /var/tmp/damaged/cut /var/tmp/damaged/changed "
+               "&& cd /var/tmp/damaged && size=$(stat -c %s " +
+               SamplePackage + ") && head -c $((size / 2)) " + SamplePackage +
+               " > cut/Vidorama_12.07.01.1.tar.gz && cp " + SamplePackage +
+               " changed/Vidorama_12.07.02.1.tar.gz && printf 'XXXXXXXXXXXXXXXX' | dd "
+               "of=changed/Vidorama_12.07.02.1.tar.gz bs=1 seek=$((size / 2)) conv=notrunc "
+               "2>/dev/null");
+    const std::string before = GuestOutput(InstalledDisk);
+    ASSERT_NE(before.find("12.05.01.3456"), std::string::npos) << before;
+    for (const std::string& package : {std::string("cut/Vidorama_12.07.01.1.tar.gz"),
+                                       std::string("changed/Vidorama_12.07.02.1.tar.gz")})
+    {
+        const std::string file = package.substr(package.find('/') + 1);
+        const std::string line = "The package " + file + " is damaged and cannot be installed";
+        RunInGuest("rm -f " + WorkDir() + "/installer.log " + WorkDir() + "/result.txt");
+        Start(Program("InstallStepsProgram") + " install /var/tmp/damaged/" + package);
+        ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+        const std::string screen = Screen();
+        const auto rows = Rows(screen);
+        const auto failed = std::find(rows.begin(), rows.end(), "  Package installation failed!");
+        ASSERT_NE(failed, rows.end()) << screen;
+        ASSERT_NE(failed + 1, rows.end()) << screen;
+        EXPECT_EQ(*(failed + 1), "  " + line) << screen;
+        // Neither a space figure nor a wrong cause.
+        EXPECT_EQ(screen.find("space"), std::string::npos) << screen;
+        EXPECT_EQ(screen.find("in progress"), std::string::npos) << screen;
+        Keys({"Escape"});
+        Settle();
+        Keys({"Enter"});
+        ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+        EXPECT_EQ(Result(), "run 0\n");
+        EXPECT_EQ(LogMessages(), (std::vector<std::string>{"0 Log created!", "3 " + line,
+                                                           "3 Installation failed!"}))
+            << Log();
+        // The installed system is as it was; nothing was extracted or run.
+        EXPECT_EQ(GuestOutput(InstalledDisk), before);
+        EXPECT_EQ(GuestOutput("ls " + WorkDir()), "installer.log\nresult.txt\n");
+    }
 }
 
 TEST_F(InstallSteps, ADosPackageNeedsAPreviousDosInstallation)

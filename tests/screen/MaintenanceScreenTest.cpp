@@ -719,6 +719,62 @@ TEST_F(OneDisk, AfterAFailedRemovalTheSameVersionAloneIsTriedAgain)
               "11.02.03.77\n12.05.01.3456\nboot\ncurrent\n" + DosVersion + "\n");
 }
 
+// A switch to the current version was made, but the machine was not
+// restarted: the kernel still runs Newer.
+TEST_F(OneDisk, AVersionStillRunningAfterASwitchIsNeitherOfferedNorRemoved)
+{
+    LayOut(Layout());
+    SetKernelCommandLine("BOOT_IMAGE=/Versions/" + Newer + "/boot/vmlinuz root=/dev/sda2 quiet");
+    RunInGuest("mount -t ext4 /dev/vda2 /mnt/SYS");
+    Start(Wizard());
+    ASSERT_TRUE(WaitFor(MaintenanceMenu)) << Screen();
+    ASSERT_TRUE(WaitFor("Shutdown")) << Screen();
+
+    // Both the running and the current version are greyed, and Enter takes
+    // neither.
+    Versions("2", "2");
+    ASSERT_TRUE(WaitFor(VersionBottom)) << Screen();
+    EXPECT_EQ(Row(Screen(), TitleRow), Centered("Delete specific version")) << Screen();
+    EXPECT_EQ(VersionMenu(), std::vector<std::string>(
+                                 {VersionRow(true, "12.06.02"), VersionRow(false, "12.05.01"),
+                                  VersionRow(false, "11.02.03"), VersionRow(false, "10.04.07")}))
+        << Screen();
+    const std::string styled = StyledScreen();
+    const int greyed = 6; // colour pair 5, cyan on black
+    EXPECT_EQ(ForegroundOf(styled, FirstVersionRow, "Vidorama 12.06.02"), greyed) << styled;
+    EXPECT_EQ(ForegroundOf(styled, FirstVersionRow + 1, "Vidorama 12.05.01"), greyed) << styled;
+    EXPECT_NE(ForegroundOf(styled, FirstVersionRow + 2, "Vidorama 11.02.03"), greyed) << styled;
+    EXPECT_NE(ForegroundOf(styled, FirstVersionRow + 3, "Vidorama 10.04.07"), greyed) << styled;
+    ExpectEnterIgnored();
+    Keys({"Down"});
+    ASSERT_TRUE(WaitFor(VersionRow(true, "12.05.01"))) << Screen();
+    ExpectEnterIgnored();
+    Keys({"Escape"});
+    BackToMenu(MaintenanceMenu);
+
+    // Removing all unused versions passes over both without a word.
+    Versions("2", "3");
+    ASSERT_TRUE(WaitFor(RemoveAllQuestion)) << Screen();
+    Keys({"y"});
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    ASSERT_TRUE(WaitFor("Remove version 10.04.07")) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Count(screen, "Remove version"), 2u) << screen;
+    EXPECT_NE(screen.find("   Remove version 11.02.03 succeed!"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("   Remove version 10.04.07 succeed!"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find("12.06.02"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find("12.05.01"), std::string::npos) << screen;
+    Keys({"Enter"});
+    BackToMenu(MaintenanceMenu);
+    ExitToShell("4");
+
+    EXPECT_EQ(CountLogged("0 Remove version succeed!"), 2u) << Log();
+    EXPECT_FALSE(Logged("3 Remove version failed!")) << Log();
+    EXPECT_EQ(VersionDirectories(), "12.05.01.3456\n12.06.02.3501\nboot\ncurrent\n");
+    EXPECT_EQ(Look("readlink sys/Versions/current; cat sys/Versions/boot/syslinux/syslinux.cfg"),
+              "/mnt/SYS/Versions/" + Current + "\n" + TopLevelConfiguration);
+}
+
 // Restarts the machine: the last test of the suite.
 TEST_F(OneDisk, ChangingToAnotherLinuxVersionRestartsIntoIt)
 {

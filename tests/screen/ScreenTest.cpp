@@ -1,6 +1,7 @@
 #include "ScreenTest.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -42,6 +43,63 @@ std::vector<std::string> Rows(const std::string& screen)
 std::string Row(const std::string& screen, int row)
 {
     return Rows(screen).at(static_cast<size_t>(row));
+}
+
+int ForegroundOf(const std::string& styledScreen, int row, const std::string& text)
+{
+    std::istringstream in(styledScreen);
+    std::string line;
+    for (int i = 0; i <= row; ++i)
+    {
+        if (!std::getline(in, line))
+            return -2;
+    }
+    // The visible characters of the row, each with the foreground it is drawn in.
+    std::string plain;
+    std::vector<int> colours;
+    int foreground = -1;
+    for (size_t at = 0; at < line.size();)
+    {
+        if (line.compare(at, 2, "\033[") == 0)
+        {
+            const size_t end = line.find_first_of("ABCDEFGHJKSTfmsu", at + 2);
+            if (end == std::string::npos)
+                break;
+            if (line[end] == 'm')
+            {
+                std::vector<int> parameters;
+                std::istringstream list(line.substr(at + 2, end - at - 2));
+                for (std::string number; std::getline(list, number, ';');)
+                    parameters.push_back(number.empty() ? 0 : std::atoi(number.c_str()));
+                if (parameters.empty())
+                    parameters.push_back(0);
+                for (size_t i = 0; i < parameters.size(); ++i)
+                {
+                    const int value = parameters[i];
+                    if (value == 0 || value == 39)
+                        foreground = -1;
+                    else if (value >= 30 && value <= 37)
+                        foreground = value - 30;
+                    else if (value >= 90 && value <= 97)
+                        foreground = value - 90;
+                    else if ((value == 38 || value == 48) && i + 2 < parameters.size() &&
+                             parameters[i + 1] == 5)
+                    {
+                        if (value == 38)
+                            foreground = parameters[i + 2] % 8;
+                        i += 2;
+                    }
+                }
+            }
+            at = end + 1;
+            continue;
+        }
+        plain += line[at];
+        colours.push_back(foreground);
+        ++at;
+    }
+    const size_t found = plain.find(text);
+    return found == std::string::npos ? -2 : colours[found];
 }
 
 Sandbox::GuestOptions GuestSuite::SuiteDefaults()

@@ -27,6 +27,11 @@ std::string SampleUsbKey();
 std::string Row(const std::string& screen, int row);
 std::vector<std::string> Rows(const std::string& screen);
 
+// The foreground colour (0 to 7, as the colour pairs name them; -1 for the
+// terminal's default) in which text begins on a row of a styled screen
+// (Guest::StyledScreen); -2 when the row does not hold text.
+int ForegroundOf(const std::string& styledScreen, int row, const std::string& text);
+
 class GuestSuite : public testing::Test
 {
 protected:
@@ -57,6 +62,7 @@ protected:
     bool WaitForLog(const std::string& message, int timeoutSec = 20) const;
 
     std::string Screen() const { return _guest->Screen(); }
+    std::string StyledScreen() const { return _guest->StyledScreen(); }
     bool WaitFor(const std::string& text, int timeoutSec = 30) const;
     bool WaitGone(const std::string& text, int timeoutSec = 30) const;
     void Settle() const;

@@ -33,6 +33,13 @@ const std::string LinesQuestion =
 const std::string RemoveAllQuestion =
     "   All versions of Vidorama will be deleted, continue ? (y/n)";
 
+// Items that cannot be chosen are drawn in colour pair 5, cyan on black.
+const int Greyed = 6;
+// The kernel command line of a machine that still runs 12.06.02 after a
+// switch to another version without the restart.
+const std::string StillRunningNewer =
+    "BOOT_IMAGE=/Versions/12.06.02.3501/boot/vmlinuz root=/dev/sda2 quiet";
+
 const std::string SysVersions = "/mnt/SYS/Versions";
 const std::string DosVersions = "/mnt/DOS/Versions";
 const std::string SetupDirectory = "/mnt/DOS/dorim/data/setup";
@@ -530,6 +537,61 @@ TEST_F(VersionSelection, EveryRunStartsWithoutAChoice)
         << Log();
 }
 
+TEST_F(VersionSelection, AVersionStillRunningAfterASwitchIsOutOfReachLikeTheCurrentOne)
+{
+    Layout(SeveralVersions, false);
+    SetKernelCommandLine(StillRunningNewer);
+    Run("available 1");
+    ASSERT_TRUE(WaitFor(VersionsBottom)) << Screen();
+    const std::string screen = Screen();
+    const std::vector<std::string> versions = {"12.06.02", "12.05.01", "12.05.01", "12.04.01",
+                                               "11.02.03"};
+    for (size_t i = 0; i < versions.size(); ++i)
+        EXPECT_EQ(Row(screen, FirstMenuRow + static_cast<int>(i)), VersionRow(i == 0, versions[i]))
+            << screen;
+    // The running and the current version are greyed; the DOS version and
+    // the older ones are not.
+    const std::string styled = StyledScreen();
+    EXPECT_EQ(ForegroundOf(styled, FirstMenuRow, "Vidorama 12.06.02"), Greyed) << styled;
+    EXPECT_EQ(ForegroundOf(styled, FirstMenuRow + 1, "Vidorama 12.05.01"), Greyed) << styled;
+    for (int row = FirstMenuRow + 2; row < FirstMenuRow + 5; ++row)
+    {
+        const int colour = ForegroundOf(styled, row, "Vidorama 1");
+        EXPECT_NE(colour, Greyed) << row << "\n" << styled;
+        EXPECT_NE(colour, -2) << row << "\n" << styled;
+    }
+
+    // Enter takes neither of them.
+    ExpectIgnored({"Enter"});
+    Keys({"Down"});
+    ASSERT_TRUE(WaitForRow(FirstMenuRow + 1, VersionRow(true, "12.05.01"))) << Screen();
+    Settle();
+    ExpectIgnored({"Enter"});
+    EXPECT_EQ(Log(), "");
+    Keys({"Down", "Down"});
+    ASSERT_TRUE(WaitForRow(FirstMenuRow + 3, VersionRow(true, "12.04.01"))) << Screen();
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 version Vidorama 12.04.01.3000\n");
+    EXPECT_EQ(Messages(), std::vector<std::string>{"0 Selected version: Vidorama 12.04.01.3000"})
+        << Log();
+}
+
+TEST_F(VersionSelection, OnlyTheCurrentVersionIsGreyedWhenItIsTheRunningOne)
+{
+    Layout(SeveralVersions, false);
+    SetKernelCommandLine(DiskCmdline);
+    Run("available 1");
+    ASSERT_TRUE(WaitFor(VersionsBottom)) << Screen();
+    const std::string styled = StyledScreen();
+    EXPECT_EQ(ForegroundOf(styled, FirstMenuRow + 1, "Vidorama 12.05.01"), Greyed) << styled;
+    for (const int row : {FirstMenuRow, FirstMenuRow + 2, FirstMenuRow + 3, FirstMenuRow + 4})
+        EXPECT_NE(ForegroundOf(styled, row, "Vidorama 1"), Greyed) << row << "\n" << styled;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 version Vidorama 12.06.02.3501\n");
+}
+
 // ---------------------------------------------------------------------------
 // The DOS configuration lines.
 
@@ -897,6 +959,67 @@ TEST_F(RemoveVersion, AfterASuccessfulRemovalTheNextRunRemovesAllUnused)
     EXPECT_EQ(Installed(), "12.05.01.3456\nboot\ncurrent\n--\n");
 }
 
+TEST_F(RemoveVersion, AVersionStillRunningAfterASwitchIsNotRemoved)
+{
+    Layout(SeveralVersions, true);
+    SetKernelCommandLine(StillRunningNewer);
+    Run("remove 12.06.02.3501");
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 2), ContentRow("   The running version cannot be removed!", 0)) << screen;
+    EXPECT_EQ(screen.find("Remove version 1"), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0 version Vidorama 12.06.02.3501\n");
+    EXPECT_EQ(Messages(), std::vector<std::string>{"3 The running version cannot be removed!"})
+        << Log();
+    EXPECT_EQ(Installed(), AllInstalled);
+}
+
+TEST_F(RemoveVersion, RemovingAllKeepsTheRunningAndTheCurrentVersion)
+{
+    Layout(SeveralVersions, true);
+    SetKernelCommandLine(StillRunningNewer);
+    Run("remove all");
+    ASSERT_TRUE(WaitFor("continue ? (y/n)")) << Screen();
+    Keys({"y"});
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    ASSERT_TRUE(WaitGone("in progress")) << Screen();
+    Settle();
+    const std::string screen = Screen();
+    // The DOS version and the two older ones, in list order; neither the
+    // running nor the current version has a line.
+    EXPECT_EQ(Row(screen, 5), ContentRow("   Remove version 12.05.01 succeed!", 0)) << screen;
+    EXPECT_EQ(Row(screen, 6), ContentRow("   Remove version 12.04.01 succeed!", 0)) << screen;
+    EXPECT_EQ(Row(screen, 7), ContentRow("   Remove version 11.02.03 succeed!", 0)) << screen;
+    EXPECT_EQ(Row(screen, 8), "") << screen;
+    EXPECT_EQ(screen.find("12.06.02"), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 version none\n");
+    EXPECT_EQ(Messages(), std::vector<std::string>(3, "0 Remove version succeed!")) << Log();
+    EXPECT_EQ(Installed(), "12.05.01.3456\n12.06.02.3501\nboot\ncurrent\n--\n");
+    EXPECT_EQ(OnDisk("readlink " + SysVersions + "/current"), SysVersions + "/" + Running + "\n");
+}
+
+TEST_F(RemoveVersion, OnlyTheRunningAndTheCurrentVersionLeaveNothingToAsk)
+{
+    Layout(LinuxVersion(Running, true) + LinuxVersion("12.06.02.3501", true) +
+               CurrentVersion(Running),
+           true);
+    SetKernelCommandLine(StillRunningNewer);
+    Run("remove all");
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 3), ContentRow("   No unused version to be removed!", 0)) << screen;
+    EXPECT_EQ(screen.find("(y/n)"), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0 version none\n");
+    EXPECT_EQ(Log(), "");
+    EXPECT_EQ(Installed(), "12.05.01.3456\n12.06.02.3501\nboot\ncurrent\n--\n");
+}
+
 // ---------------------------------------------------------------------------
 // The change of the current version, to a Linux version. The last test
 // restarts the machine.
@@ -980,6 +1103,60 @@ TEST_F(ChangeLinuxVersion, WithoutTheTopLevelBootDirectoryTheSwitchFails)
     EXPECT_EQ(OnDisk("readlink " + SysVersions + "/current; ls -A " + SysVersions),
               SysVersions + "/" + Running +
                   "\n11.02.03.77\n12.04.01.3000\n12.05.01.3456\n12.06.02.3501\ncurrent\n");
+    EXPECT_EQ(Events(), "");
+}
+
+TEST_F(ChangeLinuxVersion, AFailingExtlinuxPutsTheBootConfigurationBack)
+{
+    // A directory where extlinux writes its loader: extlinux fails after the
+    // new configuration was written.
+    Layout(SeveralVersions + "mkdir -p " + SysVersions + "/boot/syslinux/ldlinux.sys && ", true);
+    Run("change 12.04.01.3000 hold");
+    ASSERT_TRUE(WaitFor(ChangeFailedBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, TitleRow), Centered("Change version")) << screen;
+    const int putBack =
+        RowOf(screen, ContentRow("The previous boot configuration was put back.", 0));
+    EXPECT_NE(putBack, -1) << screen;
+    EXPECT_EQ(RowOf(screen, ContentRow("Change current version to 12.04.01 failed!", 0)),
+              putBack + 2)
+        << screen;
+    EXPECT_EQ(Row(screen, BottomRow), "  " + ChangeFailedBottom) << screen;
+    EXPECT_EQ(screen.find("in progress"), std::string::npos) << screen;
+    Keys({"Enter"});
+    Settle();
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_FALSE(Guest().WaitEnded(0));
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_EQ(Messages(), std::vector<std::string>{"3 Change current version failed!"}) << Log();
+    EXPECT_EQ(BootState(), SysVersions + "/" + Running + "\n" + TopLevelConfiguration(Running));
+    EXPECT_EQ(OnDisk("ls -A " + SysVersions + "/boot/syslinux"), "ldlinux.sys\nsyslinux.cfg\n");
+    EXPECT_EQ(Events(), "");
+}
+
+TEST_F(ChangeLinuxVersion, AFailingLinkPutsTheBootConfigurationBack)
+{
+    // The versions directory takes no new entry: ln fails after extlinux ran.
+    Layout(SeveralVersions, true);
+    ImmutableFile locked(Guest(), SysVersions);
+    ASSERT_TRUE(locked.Done());
+    Run("change 12.04.01.3000");
+    ASSERT_TRUE(WaitFor(ChangeFailedBottom, 120)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(RowOf(screen, ContentRow("The previous boot configuration was put back.", 0)), -1)
+        << screen;
+    EXPECT_NE(RowOf(screen, ContentRow("Change current version to 12.04.01 failed!", 0)), -1)
+        << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    locked.Release();
+    EXPECT_FALSE(Guest().WaitEnded(0));
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_EQ(Messages(), std::vector<std::string>{"3 Change current version failed!"}) << Log();
+    EXPECT_EQ(BootState(), SysVersions + "/" + Running + "\n" + TopLevelConfiguration(Running));
+    EXPECT_EQ(OnDisk("ls -A " + SysVersions),
+              "11.02.03.77\n12.04.01.3000\n12.05.01.3456\n12.06.02.3501\nboot\ncurrent\n");
     EXPECT_EQ(Events(), "");
 }
 

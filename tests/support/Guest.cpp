@@ -281,6 +281,11 @@ std::string Guest::Screen() const
     return _screen->Capture();
 }
 
+std::string Guest::StyledScreen() const
+{
+    return _screen->CaptureStyled();
+}
+
 std::string Guest::ScreenLine(int row) const
 {
     std::istringstream in(Screen());

@@ -74,6 +74,8 @@ public:
     std::string Screen() const;
     // One row (0..24) without its '\n'.
     std::string ScreenLine(int row) const;
+    // The screen with its colours as SGR escape sequences (tmux capture-pane -e).
+    std::string StyledScreen() const;
     bool WaitForText(const std::string& text, int timeoutSec) const;
     bool WaitForScreen(std::function<bool(const std::string&)> test, int timeoutSec) const;
     // tmux send-keys names: "Down", "Up", "Enter", "Escape", "C-c", "1", ":"...

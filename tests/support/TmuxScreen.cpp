@@ -105,6 +105,13 @@ std::string TmuxScreen::Display(const std::string& format) const
     return Trimmed(output);
 }
 
+std::string TmuxScreen::CaptureStyled() const
+{
+    std::string output;
+    TmuxRun({"capture-pane", "-p", "-e", "-t", Target}, &output);
+    return output;
+}
+
 std::string TmuxScreen::Capture() const
 {
     std::string output;

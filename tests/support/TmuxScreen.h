@@ -22,6 +22,9 @@ public:
 
     // Exactly Rows() lines, each ending in '\n', trailing blanks removed.
     std::string Capture() const;
+    // The same rows with the colours and attributes as SGR escape sequences
+    // (capture-pane -e); lines as tmux gives them.
+    std::string CaptureStyled() const;
     // tmux key names ("Enter", "Escape", "Down", "C-c", "1", ...).
     void SendKeys(const std::vector<std::string>& keys) const;
     // Characters typed as they are.

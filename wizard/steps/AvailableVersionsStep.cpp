@@ -108,6 +108,9 @@ bool AvailableVersionsStep::SelectVersion()
     }
 
     const PackageVersion current = InstallPackage::GetCurrentLinuxVersion();
+    // After a switch without a restart the version that runs is another one; it is out of
+    // reach as well.
+    const PackageVersion running = InstallPackage::GetRunningLinuxVersion();
     std::unique_ptr<std::vector<PackageVersion>> versions(InstallPackage::GetInstalledPackages());
     if (versions->empty())
     {
@@ -118,12 +121,12 @@ bool AvailableVersionsStep::SelectVersion()
 
     mvwprintw(_contentWindow, 3, (_width - 34) / 2, "Select the version :");
     std::vector<std::pair<std::string, std::string>> lines;
-    std::vector<int> running;
+    std::vector<int> greyed;
     for (const PackageVersion& version : *versions)
     {
-        if (version == current)
+        if (version == current || (!running.IsEmpty() && !version.IsDos() && version == running))
         {
-            running.push_back(static_cast<int>(lines.size()));
+            greyed.push_back(static_cast<int>(lines.size()));
         }
         lines.emplace_back(version.GetName(), version.GetVersion(showRevisions));
     }
@@ -133,7 +136,7 @@ bool AvailableVersionsStep::SelectVersion()
     WINDOW* subWindow =
         derwin(_contentWindow, 11, _width - 35, (_height - 13) / 2, (_width - 34) / 2);
     {
-        CursesMenu menu(std::move(lines), _contentWindow, subWindow, 10, running);
+        CursesMenu menu(std::move(lines), _contentWindow, subWindow, 10, greyed);
         SetBottomText("<ESC> return to the main menu, <ENTER> to select the version");
         wrefresh(_contentWindow);
         refresh();
@@ -149,7 +152,7 @@ bool AvailableVersionsStep::SelectVersion()
                 menu_driver(menu.Get(), REQ_UP_ITEM);
                 break;
             case KeyEnter:
-                // The running version cannot be taken.
+                // The current and the running version cannot be taken.
                 if (menu.IsCurrentSelectable())
                 {
                     selectedVersion = versions->at(static_cast<size_t>(menu.CurrentIndex()));

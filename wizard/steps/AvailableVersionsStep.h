@@ -14,8 +14,10 @@ namespace InstallerWizard
 {
 
 // The installed version to change to or to remove, chosen among the versions
-// of the selected disk. The running version is shown greyed and cannot be
-// chosen. Both partitions stay mounted for the step that follows.
+// of the selected disk. The current version and the one running now (they
+// differ after a switch that was not followed by a restart) are shown greyed
+// and cannot be chosen. Both partitions stay mounted for the step that
+// follows.
 class AvailableVersionsStep : public WizardStep
 {
 public:

@@ -109,6 +109,11 @@ bool InstallStep::InstallPackage()
     const int status = WaitForTask(task);
 
     const bool succeeded = status == InstallerLib::InstallPackage::InstallationSucceeded;
+    if (status == InstallerLib::InstallPackage::DamagedPackage)
+    {
+        // The package, not the disk, is at fault: said in the log as on the screen.
+        InstallWizard::log(3, InstallerLib::detail::DamagedPackageLine(package->GetPath()).c_str());
+    }
     InstallWizard::log(succeeded ? 0 : 3, StatusText(status));
     if (succeeded)
     {

@@ -33,7 +33,8 @@ public:
     void SetDisk(const std::shared_ptr<ZarnLinuxTools::Disk>& value) { disk = value; }
     std::shared_ptr<ZarnLinuxTools::Disk> GetDisk() const { return disk; }
 
-    // The log line of an installation's outcome (level 0 for success, 3 otherwise).
+    // The log line of an installation's outcome (level 0 for success, 3 otherwise). A
+    // damaged package gives "Installation failed!", after a line that names the package.
     static const char* StatusText(int status);
 
 private:

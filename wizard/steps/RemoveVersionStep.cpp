@@ -4,6 +4,7 @@
 #include "InstallWizard.h"
 #include "NCursesOutputStream.h"
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -21,6 +22,13 @@ namespace
 {
 
 const int KeyEnter = 10;
+
+// The version that runs now, when it is not the current one any more (a switch without a
+// restart), is kept like the current one. A DOS record is never it.
+bool IsRunning(const PackageVersion& version, const PackageVersion& running)
+{
+    return !running.IsEmpty() && !version.IsDos() && version == running;
+}
 
 } // namespace
 
@@ -76,6 +84,12 @@ bool RemoveVersionStep::RemoveVersion()
         InstallWizard::log(3, "The current version cannot be removed!");
         return false;
     }
+    if (IsRunning(version, InstallPackage::GetRunningLinuxVersion()))
+    {
+        output << "   The running version cannot be removed!";
+        InstallWizard::log(3, "The running version cannot be removed!");
+        return false;
+    }
 
     ShowProgressPopup("Uninstall in progress", 5);
     const bool removed = Uninstall(version, output);
@@ -93,8 +107,12 @@ bool RemoveVersionStep::RemoveAllVersion()
     NCursesOutputStream output(_contentWindow);
     std::unique_ptr<std::vector<PackageVersion>> versions(InstallPackage::GetInstalledPackages());
     const PackageVersion current = InstallPackage::GetCurrentLinuxVersion();
+    const PackageVersion running = InstallPackage::GetRunningLinuxVersion();
+    const auto kept = [&current, &running](const PackageVersion& installed)
+    { return installed == current || IsRunning(installed, running); };
 
-    if (versions->empty() || (versions->size() == 1 && versions->front() == current))
+    // Nothing but the current and the running version: nothing to ask about.
+    if (std::all_of(versions->begin(), versions->end(), kept))
     {
         output << std::endl << "   No unused version to be removed!" << std::endl;
         return false;
@@ -122,8 +140,8 @@ bool RemoveVersionStep::RemoveAllVersion()
     for (const PackageVersion& installed : *versions)
     {
         UpdateProgressPopup();
-        // The running version is passed over without a word.
-        if (installed != current && !Uninstall(installed, output))
+        // The current and the running version are passed over without a word.
+        if (!kept(installed) && !Uninstall(installed, output))
         {
             result = false;
         }

@@ -15,9 +15,10 @@ namespace InstallerWizard
 {
 
 // Deletes installed versions: the one it holds, or, when it holds none, every
-// version but the running one after a confirmation. The running version is
-// never removed. A removed version is forgotten, so that the next run without
-// a new choice removes all unused versions.
+// version but the current and the running one after a confirmation. Neither is
+// ever removed (they differ after a switch that was not followed by a restart).
+// A removed version is forgotten, so that the next run without a new choice
+// removes all unused versions.
 class RemoveVersionStep : public WizardStep
 {
 public:
@@ -27,8 +28,8 @@ public:
     bool Run() override;
     // Removes the held version.
     bool RemoveVersion();
-    // Removes every version but the current one, after "y"; false when
-    // nothing was removable, after "n", or when a removal failed.
+    // Removes every version but the current and the running one, after "y";
+    // false when nothing was removable, after "n", or when a removal failed.
     bool RemoveAllVersion();
 
     bool GetShowRevisions() const { return showRevisions; }
