@@ -1,9 +1,13 @@
 #!/bin/sh
-# The package and version listing benchmarks on tiny inputs, timed through BenchTime:
-# every program runs, lists what it was given and prints its figures.
-# Usage: bench-smoke.sh BenchAvailablePackages BenchInstalledPackages BenchTime
+# The benchmark programs on tiny inputs, timed through BenchTime, with the results checked
+# as scripts/bench.sh checks them: the listings list what they were given and print their
+# figures; a package of 1 MiB from BenchMakePackage gets the size that GNU tar lists from
+# GetExtractedSize() and its exact "Install.sh" from ExtractFileFomTar.
+# Usage: bench-smoke.sh BenchAvailablePackages BenchInstalledPackages BenchTime \
+#                       BenchMakePackage BenchPackage
 set -eu
-available=$1 installed=$2 timer=$3
+available=$1 installed=$2 timer=$3 make_package=$4 package_program=$5
+here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d /tmp/bench-smoke.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
@@ -20,3 +24,20 @@ grep -q '^versions=8 calls=3 median_ms=' "$work/installed.out"
 grep -q '^best_s=[0-9.]* median_s=[0-9.]* cpu_s=[0-9.]* maxrss_kib=[1-9][0-9]*$' "$work/available.time"
 grep -q '^best_s=[0-9.]* median_s=[0-9.]* cpu_s=[0-9.]* maxrss_kib=[1-9][0-9]*$' "$work/installed.time"
 cat "$work/available.out" "$work/installed.out"
+
+# The package operations. A failed operation makes BenchTime fail; a wrong result makes the
+# check fail.
+package=$work/package/Vidorama_12.05.01.1.tar.gz
+mkdir -p "$work/package" "$work/cwd"
+"$make_package" --size-mib 1 --files 20 | gzip -1 > "$package"
+"$timer" --runs 1 --stdout "$work/size.out" -- "$package_program" size "$package" \
+  > "$work/size.time" || echo "BenchPackage size failed"
+"$timer" --runs 1 --cwd "$work/cwd" --stdout "$work/extract.out" -- \
+  "$package_program" extract "$package" Install.sh > "$work/extract.time" ||
+  echo "BenchPackage extract failed"
+status=0
+"$here/check-package-results.sh" "$package" "$work/size.out" "$work/extract.out" "$work/cwd" \
+  "$make_package" || status=1
+grep -q '^best_s=[0-9.]* median_s=[0-9.]* cpu_s=[0-9.]* maxrss_kib=[1-9][0-9]*$' "$work/size.time"
+grep -q '^best_s=[0-9.]* median_s=[0-9.]* cpu_s=[0-9.]* maxrss_kib=[1-9][0-9]*$' "$work/extract.time"
+exit $status
