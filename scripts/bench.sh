@@ -277,6 +277,6 @@ fi
 echo
 echo "Load average at the end: $(cut -d' ' -f1-3 /proc/loadavg)"
 if [[ $goals_failed != 0 ]]; then
-    echo "bench: some goals failed" >&2
+    echo "bench: some checks or goals failed" >&2
     exit 1
 fi

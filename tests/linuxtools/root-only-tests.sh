@@ -54,8 +54,8 @@ cmp -s "$work/local.skipped" "$work/ci.failed" ||
 grep -q 'needs root to switch user ids, and CI=true' "$work/ci.out" ||
     fail "with CI=true, no failure names the missing root"
 
-echo "as $(${as_user[@]+"${as_user[@]}"} id -un): $(wc -l <"$work/local.skipped") tests need root;" \
-    "skipped without CI, failed with CI=true:"
+echo "as $(${as_user[@]+"${as_user[@]}"} id -un): $(wc -l <"$work/local.skipped") tests skipped" \
+    "without CI, $(wc -l <"$work/ci.failed") failed with CI=true:"
 sed 's/^/  /' "$work/local.skipped"
 if [[ $status -ne 0 ]]; then
     echo "----- output with CI=true -----"
