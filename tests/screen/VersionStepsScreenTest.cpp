@@ -433,6 +433,38 @@ TEST_F(VersionSelection, PartitionsAlreadyInPlaceAreUsedAndLogged)
     EXPECT_EQ(Mounts(), "/dev/vda2 /mnt/SYS\n/dev/vda1 /mnt/DOS\n");
 }
 
+// A Linux partition that cannot be mounted while another disk keeps /mnt/SYS
+// busy: the step would list that disk's versions; it names the holder and
+// stops instead.
+TEST_F(VersionSelection, AMountPointHeldByAnotherDiskStopsTheStep)
+{
+    Layout(SeveralVersions, false);
+    RunInGuest("mkdir -p /tmp/held-sys/Versions/11.01.01.1 && printf '{\"name\": \"Vidorama\", "
+               "\"version\": \"11.01.01\", \"revision\": \"1\"}' > "
+               "/tmp/held-sys/Versions/11.01.01.1/Version.json && "
+               "mount --bind /tmp/held-sys /mnt/SYS && "
+               "(cd /mnt/SYS && sleep 600 </dev/null >/dev/null 2>&1 &)");
+    Run("available 1");
+    ASSERT_TRUE(WaitFor(FailureBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 5), ContentRow("Disk not correctly prepare for installation!", 3))
+        << screen;
+    EXPECT_EQ(Row(screen, 6), ContentRow("See installer.log for details", 3)) << screen;
+    EXPECT_NE(Row(screen, 8).find("/mnt/SYS is held by "), std::string::npos) << screen;
+    EXPECT_NE(Row(screen, 8).find(", not by /dev/vda: it cannot be released."), std::string::npos)
+        << screen;
+    EXPECT_EQ(screen.find("11.01.01"), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    RunInGuest("pkill -x sleep; sleep 1; umount /mnt/SYS; umount /mnt/DOS 2>/dev/null; true");
+    EXPECT_EQ(Result(), "run 0 version none\n");
+    bool named = false;
+    for (const auto& message : Messages())
+        named = named || message.rfind("3 /mnt/SYS is held by ", 0) == 0;
+    EXPECT_TRUE(named) << Log();
+    EXPECT_EQ(Guest().Run("ls /tmp/held-sys/Versions").output, "11.01.01.1\n");
+}
+
 TEST_F(VersionSelection, ADosPartitionThatCannotBeMountedStopsTheStep)
 {
     Layout(SeveralVersions, false);
@@ -845,6 +877,61 @@ TEST_F(RemoveVersion, RemovingAllAsksOnceAndKeepsTheRunningVersion)
               (std::vector<std::string>{"0 Remove version succeed!", "0 Remove version succeed!"}))
         << Log();
     EXPECT_EQ(Installed(), "12.05.01.3456\nboot\ncurrent\n--\n");
+}
+
+// Another disk's partitions left on the mount points by an earlier operation
+// (directories bound there stand for them): "remove all" puts the chosen
+// disk's own partitions in their place and removes only its versions.
+TEST_F(RemoveVersion, AnotherDisksVersionsLeftOnTheMountPointsAreNeverRemoved)
+{
+    Layout(LinuxVersion(Running, true) + LinuxVersion("12.06.02.3501", true) +
+               CurrentVersion(Running),
+           false);
+    RunInGuest("mkdir -p /tmp/other-sys/Versions/11.01.01.1 /tmp/other-dos/Versions/110101 && "
+               "printf '{\"name\": \"Vidorama\", \"version\": \"11.01.01\", "
+               "\"revision\": \"1\"}' > /tmp/other-sys/Versions/11.01.01.1/Version.json && "
+               "mount --bind /tmp/other-sys /mnt/SYS && mount --bind /tmp/other-dos /mnt/DOS");
+    Run("remove all");
+    ASSERT_TRUE(WaitFor("continue ? (y/n)")) << Screen();
+    Keys({"y"});
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("   Remove version 12.06.02 succeed!"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find("11.01.01"), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 1 version none\n");
+    EXPECT_EQ(Mounts(), "/dev/vda2 /mnt/SYS\n/dev/vda1 /mnt/DOS\n");
+    EXPECT_EQ(Installed(), "12.05.01.3456\nboot\ncurrent\n--\n");
+    // The other disk kept everything.
+    EXPECT_EQ(Guest().Run("ls /tmp/other-sys/Versions /tmp/other-dos/Versions").output,
+              "/tmp/other-dos/Versions:\n110101\n\n/tmp/other-sys/Versions:\n11.01.01.1\n");
+}
+
+// A mount point that another disk keeps busy stops the removal before
+// anything is removed, and says who holds it.
+TEST_F(RemoveVersion, AMountPointHeldByAnotherDiskStopsTheRemoval)
+{
+    Layout(LinuxVersion(Running, true) + LinuxVersion("12.06.02.3501", true) +
+               CurrentVersion(Running),
+           false);
+    RunInGuest("mkdir -p /tmp/busy-sys/Versions && mount --bind /tmp/busy-sys /mnt/SYS && "
+               "(cd /mnt/SYS && sleep 600 </dev/null >/dev/null 2>&1 &)");
+    Run("remove all");
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("   /mnt/SYS is held by "), std::string::npos) << screen;
+    EXPECT_NE(screen.find(", not by /dev/vda: it cannot be released."), std::string::npos)
+        << screen;
+    EXPECT_EQ(screen.find("(y/n)"), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    RunInGuest("pkill -x sleep; sleep 1; umount /mnt/SYS; umount /mnt/DOS 2>/dev/null; true");
+    EXPECT_EQ(Result(), "run 0 version none\n");
+    const auto messages = Messages();
+    ASSERT_EQ(messages.size(), 1u) << Log();
+    EXPECT_EQ(messages[0].rfind("3 /mnt/SYS is held by ", 0), 0u) << Log();
+    EXPECT_EQ(Installed(), "12.05.01.3456\n12.06.02.3501\nboot\ncurrent\n--\n");
 }
 
 TEST_F(RemoveVersion, OnlyTheRunningVersionLeavesNothingToAsk)

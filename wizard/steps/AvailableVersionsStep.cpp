@@ -1,5 +1,7 @@
 #include "AvailableVersionsStep.h"
 
+#include "ChosenDiskMounts.h"
+
 #include "CursesMenu.h"
 #include "DiskDiagnostics.h"
 #include "DiskTools.h"
@@ -99,10 +101,24 @@ bool AvailableVersionsStep::SelectVersion()
     {
         return false;
     }
-    if (!MountPartitions())
+    // A mount point that still shows another disk's partition (one that could
+    // not be released) would list, and later change, that disk's versions.
+    std::string refusal;
+    const bool mounted = MountPartitions();
+    for (const char* directory : {InstallPackage::SystemMountPoint, InstallPackage::DosMountPoint})
+    {
+        const std::string holder = DeviceMountedOn(directory);
+        if (refusal.empty() && !holder.empty() && !IsPartitionOf(holder, disk->path))
+            refusal = HeldMessage(directory, holder, disk->path);
+    }
+    if (!refusal.empty())
+        InstallWizard::log(3, refusal.c_str());
+    if (!mounted || !refusal.empty())
     {
         mvwprintw(_contentWindow, 3, 3, "Disk not correctly prepare for installation!");
         mvwprintw(_contentWindow, 4, 3, "See installer.log for details");
+        if (!refusal.empty())
+            mvwprintw(_contentWindow, 6, 3, "%s", refusal.c_str());
         WaitForEnter();
         return false;
     }

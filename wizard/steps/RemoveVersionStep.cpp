@@ -1,5 +1,6 @@
 #include "RemoveVersionStep.h"
 
+#include "ChosenDiskMounts.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
 #include "NCursesOutputStream.h"
@@ -50,7 +51,32 @@ bool RemoveVersionStep::Run()
     else
     {
         scrollok(_contentWindow, TRUE);
-        result = version.IsEmpty() ? RemoveAllVersion() : RemoveVersion();
+        // The removal acts on the chosen disk alone: its own partitions go on
+        // the mount points, never another disk's left there by an earlier
+        // operation; one that cannot be released stops it before anything.
+        std::string refusal;
+        const struct
+        {
+            int number;
+            const char* type;
+            const char* directory;
+        } sides[] = {{2, "ext4", InstallPackage::SystemMountPoint},
+                     {1, "fat16", InstallPackage::DosMountPoint}};
+        for (const auto& side : sides)
+        {
+            const MountPointState state =
+                TakeMountPoint(disk->path, side.number, side.type, side.directory);
+            if (state.held && refusal.empty())
+                refusal = HeldMessage(side.directory, state.holder, disk->path);
+        }
+        if (!refusal.empty())
+        {
+            NCursesOutputStream output(_contentWindow);
+            output << std::endl << "   " << refusal << std::endl;
+            InstallWizard::log(3, refusal.c_str());
+        }
+        else
+            result = version.IsEmpty() ? RemoveAllVersion() : RemoveVersion();
     }
     SetBottomText("<ENTER> return to main menu");
     wrefresh(_contentWindow);
