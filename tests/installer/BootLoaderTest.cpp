@@ -48,12 +48,11 @@ std::set<std::string> Names(const fs::path& directory)
     return names;
 }
 
-// A copy that failed for want of its source: no file, or the empty file that
-// DiskTools::CopyFile leaves when it opened the destination all the same.
+// A copy that failed for want of its source: DiskTools::CopyFile opens the
+// source first and writes beside the destination, so no file is left at all.
 bool NotCopied(const fs::path& path)
 {
-    std::error_code error;
-    return !fs::exists(path) || fs::file_size(path, error) == 0;
+    return !fs::exists(path);
 }
 
 // The names in a directory apart from one that failed to copy.
