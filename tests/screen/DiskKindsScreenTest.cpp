@@ -31,20 +31,6 @@ const std::string RemoveBottom = "<ENTER> return to main menu";
 const std::string RemoveAllQuestion =
     "   All versions of Vidorama will be deleted, continue ? (y/n)";
 
-// Whether wanted appear in lines in this order (other lines may come between).
-bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted)
-{
-    auto at = lines.begin();
-    for (const auto& line : wanted)
-    {
-        at = std::find(at, lines.end(), line);
-        if (at == lines.end())
-            return false;
-        ++at;
-    }
-    return true;
-}
-
 std::vector<std::string> Lines(const std::string& text)
 {
     std::vector<std::string> lines;

@@ -38,20 +38,6 @@ std::string FileText(const std::string& path)
     return text.str();
 }
 
-// Whether wanted appear in lines in this order (other lines may come between).
-bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted)
-{
-    auto at = lines.begin();
-    for (const auto& line : wanted)
-    {
-        at = std::find(at, lines.end(), line);
-        if (at == lines.end())
-            return false;
-        ++at;
-    }
-    return true;
-}
-
 // With WIZARD_SCREENS set to a directory, the screens the operator meets are
 // written there as text (the README shows them).
 void Keep(const std::string& name, const std::string& screen)

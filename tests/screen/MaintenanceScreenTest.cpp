@@ -76,20 +76,6 @@ size_t Count(const std::string& text, const std::string& part)
     return count;
 }
 
-// Whether wanted appear in lines in this order (other lines may come between).
-bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted)
-{
-    auto at = lines.begin();
-    for (const auto& line : wanted)
-    {
-        at = std::find(at, lines.end(), line);
-        if (at == lines.end())
-            return false;
-        ++at;
-    }
-    return true;
-}
-
 // What a test lays out on the disk before the wizard starts. The current
 // version is always there; "current" points at it.
 struct Layout

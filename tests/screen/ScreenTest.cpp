@@ -1,5 +1,6 @@
 #include "ScreenTest.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -24,6 +25,19 @@ std::string Program(const std::string& name)
 std::string SampleUsbKey()
 {
     return std::string(WIZARD_SOURCE_DIR) + "/sample/usbkey";
+}
+
+bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted)
+{
+    auto at = lines.begin();
+    for (const auto& line : wanted)
+    {
+        at = std::find(at, lines.end(), line);
+        if (at == lines.end())
+            return false;
+        ++at;
+    }
+    return true;
 }
 
 std::vector<std::string> Rows(const std::string& screen)

@@ -26,6 +26,8 @@ std::string SampleUsbKey();
 // The text of one screen row, without trailing blanks.
 std::string Row(const std::string& screen, int row);
 std::vector<std::string> Rows(const std::string& screen);
+// Whether wanted appear in lines in this order (other lines may come between).
+bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted);
 
 // The foreground colour (0 to 7, as the colour pairs name them; -1 for the
 // terminal's default) in which text begins on a row of a styled screen
