@@ -8,6 +8,7 @@
 //
 // Each suite is one machine; a suite's last test ends it with the restart.
 #include "BootDisk.h"
+#include "DiskLook.h"
 #include "HostCommand.h"
 #include "ScreenTest.h"
 #include "SparseImage.h"
@@ -30,15 +31,6 @@ const std::string VersionBottom = "<ESC> return to the main menu, <ENTER> to sel
 const std::string RemoveBottom = "<ENTER> return to main menu";
 const std::string RemoveAllQuestion =
     "   All versions of Vidorama will be deleted, continue ? (y/n)";
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
 
 // How a disk kind is attached and named.
 struct DiskKind
@@ -66,12 +58,7 @@ void Attach(Sandbox::GuestOptions& options, const DiskKind& kind, const std::str
 // "sys" (Linux) and "dos" (DOS).
 std::string OnPartitions(const DiskKind& kind, const std::string& commands, bool readOnly)
 {
-    const std::string options = readOnly ? "-o ro " : "";
-    return std::string("export LC_ALL=C; mkdir -p /run/look/sys /run/look/dos && mount ") +
-           options + "-t ext4 " + kind.second + " /run/look/sys && mount " + options + "-t vfat " +
-           kind.first + " /run/look/dos && cd /run/look || exit 99; { " + commands +
-           "; }; status=$?; cd / && umount /run/look/sys /run/look/dos || status=98; "
-           "exit $status";
+    return ScreenTest::OnPartitions(kind.first, kind.second, commands, readOnly);
 }
 
 // A second machine that only looks at the disk an earlier one left.
@@ -333,6 +320,7 @@ TEST_F(NvmeMaintenance, OneVersionThenEveryUnusedOneIsRemoved)
 
     Versions("3");
     ASSERT_TRUE(WaitFor(RemoveAllQuestion)) << Screen();
+    EXPECT_EQ(Row(Screen(), 2).rfind("     Disk: /dev/nvme0n1 ", 0), 0u) << Screen();
     Keys({"y"});
     ASSERT_TRUE(WaitFor("Remove version 12.06.02 succeed!", 60)) << Screen();
     ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();

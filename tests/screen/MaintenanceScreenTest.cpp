@@ -10,6 +10,7 @@
 // partition), then one disk where a Linux version is made current, then one
 // disk where a DOS version is. A switch ends in a restart, so it is the last
 // test of its machine; the disk is then mounted by a second guest.
+#include "DiskLook.h"
 #include "ScreenTest.h"
 #include "SparseImage.h"
 #include "TempDir.h"
@@ -94,12 +95,7 @@ struct Layout
 // Linux partition) and "dos" (the DOS partition); their status is the result.
 std::string OnPartitions(const std::string& device, const std::string& commands)
 {
-    return "export LC_ALL=C; mkdir -p /run/look/sys /run/look/dos && mount -t ext4 " + device +
-           "2 /run/look/sys && mount -t vfat " + device +
-           "1 /run/look/dos && cd /run/look || "
-           "exit 99; { " +
-           commands +
-           "; }; status=$?; cd / && umount /run/look/sys /run/look/dos || status=98; exit $status";
+    return ScreenTest::OnPartitions(device + "1", device + "2", commands);
 }
 
 class MaintenanceSuite : public GuestSuite
@@ -157,8 +153,8 @@ protected:
         ASSERT_EQ(_diskProblem, "");
     }
 
-    // The installed disk /dev/vda as a test wants it, from scratch.
-    void LayOut(const Layout& layout)
+    // An installed disk (/dev/vda unless told) as a test wants it, from scratch.
+    void LayOut(const Layout& layout, const std::string& device = "/dev/vda")
     {
         std::string script =
             "chattr -R -i sys 2>/dev/null; "
@@ -198,18 +194,19 @@ protected:
                       DosVersion + "/img.zip && ";
         script += "mkdir -p dos/dorim/data/setup/site && cd dos/dorim/data/setup && "
                   "touch video.lin audio_2.lin a-b.lin keep.txt site/studio.lin site/site.cfg";
-        RunInGuest(OnPartitions("/dev/vda", script));
+        RunInGuest(OnPartitions(device, script));
     }
 
-    // The disk as seen from outside the wizard, while this guest runs.
-    std::string Look(const std::string& commands)
+    // A disk (/dev/vda unless told) as seen from outside the wizard, while this
+    // guest runs.
+    std::string Look(const std::string& commands, const std::string& device = "/dev/vda")
     {
-        return Guest().Run(OnPartitions("/dev/vda", commands)).output;
+        return Guest().Run(OnPartitions(device, commands)).output;
     }
 
-    std::string VersionDirectories()
+    std::string VersionDirectories(const std::string& device = "/dev/vda")
     {
-        return Look("ls sys/Versions; ls dos/Versions 2>/dev/null");
+        return Look("ls sys/Versions; ls dos/Versions 2>/dev/null", device);
     }
 
     std::string SetupFiles() { return Look("cd dos/dorim/data/setup && find . -type f | sort"); }
@@ -536,6 +533,65 @@ TEST_F(TwoDisks, YesClearsTheDosSidesUpperCaseConfigurationLinesToo)
     EXPECT_EQ(SetupFiles(), "./LAN-3.LIN\n./X.LIN.BAK\n./a-b.lin\n./keep.txt\n./site/site.cfg\n");
     EXPECT_EQ(Look("ls dos"), "COMMAND.COM\nIO.SYS\nMSDOS.SYS\nVersions\nboot\ndorim\n");
     EXPECT_EQ(VersionDirectories(), AllVersions);
+}
+
+TEST_F(TwoDisks, RemovingAllUnusedVersionsActsOnTheChosenDiskAfterAnotherWasLookedAt)
+{
+    // Both disks installed alike for this test; /dev/vdb gets its blank DOS
+    // partition and empty Linux partition back afterwards, pass or fail.
+    struct SecondDiskInstalled
+    {
+        ~SecondDiskInstalled()
+        {
+            Guest().Run("umount /mnt/SYS /mnt/DOS 2>/dev/null; " +
+                        OnPartitions("/dev/vdb", "chattr -R -i sys 2>/dev/null; find sys "
+                                                 "-mindepth 1 -maxdepth 1 ! -name lost+found "
+                                                 "-exec rm -rf {} +") +
+                        " ; wipefs -q -a /dev/vdb1");
+        }
+    } restore;
+    RunInGuest("mkfs.fat -F 16 -n DOS /dev/vdb1 >/dev/null");
+    LayOut(Layout());
+    LayOut(Layout(), "/dev/vdb");
+    StartFromKey();
+
+    // The second disk's versions are looked at and left: its partitions stay
+    // on the mount points.
+    Versions("3", "1");
+    ChooseDisk("/dev/vdb", "Delete specific version");
+    ASSERT_TRUE(WaitFor(VersionBottom)) << Screen();
+    Keys({"Escape"});
+    BackToMenu(InstallMenu);
+    EXPECT_EQ(Guest().Run("grep -c '^/dev/vdb[12] /mnt/\\(SYS\\|DOS\\) ' /proc/mounts").output,
+              "2\n");
+
+    // Then all unused versions of the first disk: the question names it, and
+    // the removal takes its partitions, not the ones left there.
+    Versions("3", "2");
+    ChooseDisk("/dev/vda", "Delete all unused versions");
+    ASSERT_TRUE(WaitFor(RemoveAllQuestion)) << Screen();
+    EXPECT_EQ(Row(Screen(), 2), "     Disk: /dev/vda Virtio Block Device, 3.0 GiB") << Screen();
+    EXPECT_EQ(Row(Screen(), 3), "  " + RemoveAllQuestion) << Screen();
+    Keys({"y"});
+    ASSERT_TRUE(WaitFor(RemoveBottom)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("   Remove version 12.06.02 succeed!"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("   Remove version 11.02.03 succeed!"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find("failed!"), std::string::npos) << screen;
+    Keys({"Enter"});
+    BackToMenu(InstallMenu);
+    ExitToShell("5");
+
+    EXPECT_TRUE(InOrder(LogMessages(), {"0 StartStep selected item: 5", "0 Selected disk: /dev/vdb",
+                                        "0 No version selected!", "0 StartStep selected item: 6",
+                                        "0 Selected disk: /dev/vda", "0 Remove version succeed!",
+                                        "0 StartStep selected item: 10"}))
+        << Log();
+    EXPECT_EQ(CountLogged("0 Remove version succeed!"), 3u) << Log();
+    // The chosen disk keeps its current version alone; the other lost nothing.
+    EXPECT_EQ(VersionDirectories(), Current + "\nboot\ncurrent\n");
+    EXPECT_EQ(VersionDirectories("/dev/vdb"), AllVersions);
+    EXPECT_EQ(Look("cd dos/dorim/data/setup && find . -type f | sort", "/dev/vdb"), AllSetupFiles);
 }
 
 // ---------------------------------------------------------------------------

@@ -859,6 +859,9 @@ TEST_F(RemoveVersion, RemovingAllAsksOnceAndKeepsTheRunningVersion)
     Run("remove all");
     ASSERT_TRUE(WaitFor("continue ? (y/n)")) << Screen();
     EXPECT_EQ(Row(Screen(), 3), ContentRow(RemoveAllQuestion, 0)) << Screen();
+    // The question names the disk it acts on, on the row above it.
+    EXPECT_EQ(Row(Screen(), 2).rfind("     Disk: /dev/vda Virtio Block Device, ", 0), 0u)
+        << Screen();
     EXPECT_EQ(Row(Screen(), BottomRow), "  <ESC> return to main menu") << Screen();
     ExpectIgnored({"x", "Enter", "Escape"});
     Keys({"y"});
@@ -1028,6 +1031,8 @@ TEST_F(RemoveVersion, AfterASuccessfulRemovalTheNextRunRemovesAllUnused)
     Keys({"Enter"});
     ASSERT_TRUE(WaitFor("continue ? (y/n)")) << Screen();
     EXPECT_EQ(Row(Screen(), 3), ContentRow(RemoveAllQuestion, 0)) << Screen();
+    EXPECT_EQ(Row(Screen(), 2).rfind("     Disk: /dev/vda Virtio Block Device, ", 0), 0u)
+        << Screen();
     // The step keeps the bottom text its first run ended with.
     EXPECT_EQ(Row(Screen(), BottomRow), "  " + RemoveBottom) << Screen();
     Keys({"y"});

@@ -1,6 +1,7 @@
 #include "RemoveVersionStep.h"
 
 #include "ChosenDiskMounts.h"
+#include "DiskDescription.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
 #include "NCursesOutputStream.h"
@@ -144,6 +145,10 @@ bool RemoveVersionStep::RemoveAllVersion()
         return false;
     }
 
+    // The operator answers for one disk among several: it is named on the
+    // row above the question, which keeps the question and the removal lines
+    // where they always were.
+    mvwprintw(_contentWindow, 0, 3, "Disk: %s", DescribeDisk(*disk).c_str());
     output << std::endl
            << "   All versions of Vidorama will be deleted, continue ? (y/n)" << std::endl;
     wrefresh(_contentWindow);
