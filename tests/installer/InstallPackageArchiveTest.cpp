@@ -330,10 +330,10 @@ TEST(ExtractedSize, DosPackageCountsZipTwice)
 // The same packages as the vendor's tools make them, with a real directory tree.
 TEST(ExtractedSize, PackagesMadeByTarAndZip)
 {
-    if (::access("/usr/bin/tar", X_OK) != 0 || ::access("/usr/bin/zip", X_OK) != 0)
-    {
-        GTEST_SKIP() << "tar or zip missing";
-    }
+    // The set-up script installs both: a missing one is a broken machine, not
+    // a reason to pass without looking.
+    ASSERT_EQ(::access("/usr/bin/tar", X_OK), 0) << "tar missing: run scripts/setup.sh";
+    ASSERT_EQ(::access("/usr/bin/zip", X_OK), 0) << "zip missing: run scripts/setup.sh";
     TemporaryDirectory scratch;
     ASSERT_FALSE(scratch.path.empty());
     fs::create_directories(scratch.Join("tree/120501/sub"));
