@@ -62,6 +62,12 @@ bool GzipStream::OpenFor(archive* reader, const std::string& path)
 
 bool GzipStream::Fill()
 {
+    if (_stopCheck && _stopCheck())
+    {
+        _failed = true;
+        _stopped = true;
+        return false;
+    }
     for (;;)
     {
         const ssize_t count = ::read(_fd, _input.data(), _input.size());

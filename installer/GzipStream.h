@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 #include <zlib.h>
@@ -45,6 +47,13 @@ public:
     // Whether reading the file failed (an I/O error, not its contents).
     bool ReadFailed() const { return _readFailed; }
 
+    // Asked before each block is read from the file: true gives up the
+    // reading there (the stream then fails without being damaged), so that
+    // a pass nobody waits for any more ends promptly.
+    void SetStopCheck(std::function<bool()> check) { _stopCheck = std::move(check); }
+    // Whether the stop check ended the reading.
+    bool Stopped() const { return _stopped; }
+
     // The next inflated block for libarchive: its size, 0 at the end, -1 on
     // damage or a read error.
     ssize_t Read(const void** block);
@@ -58,9 +67,11 @@ private:
     bool _failed = false; // damage or a read error; sticks
     bool _damaged = false;
     bool _readFailed = false;
+    bool _stopped = false;
+    std::function<bool()> _stopCheck;
     z_stream _stream = {};
     std::vector<unsigned char> _input = std::vector<unsigned char>(65536);
-    std::vector<unsigned char> _output = std::vector<unsigned char>(65536);
+    std::vector<unsigned char> _output = std::vector<unsigned char>(131072);
 };
 
 } // namespace InstallerLib
