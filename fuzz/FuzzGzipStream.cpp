@@ -1,10 +1,15 @@
 // Linux packages as they come from the key: the input is the package file,
 // read through the gzip layer of the package reader (GzipStream) as tar reads
 // it. Whatever it accepts as whole must be exactly what zlib inflates from
-// the same bytes, member after member, with nothing left over.
+// the same bytes, member after member, with nothing left over. The package's
+// one reading (PackageScan) on the same file: complete only for a sound
+// stream, and then with the size and installer bytes that a tar reader finds
+// in zlib's output.
 #include "FuzzCheck.h"
 #include "FuzzScratchDirectory.h"
 #include "GzipStream.h"
+#include "InstallPackage.h"
+#include "PackageScan.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -17,6 +22,7 @@
 
 using Kel::Vidorama::Fuzz::FuzzScratchDirectory;
 using Kel::Vidorama::InstallerLib::GzipStream;
+using Kel::Vidorama::InstallerLib::PackageScan;
 
 namespace
 {
@@ -58,6 +64,42 @@ bool InflateAll(const uint8_t* data, size_t size, std::string& out)
     return sound;
 }
 
+// The reference walk of a tar held in memory: the unpacked size as the package
+// reading counts it and the installer entries' bytes; false when the tar
+// cannot be walked to its end.
+bool WalkTar(const std::string& tar, std::int64_t& size, std::string& installers)
+{
+    std::unique_ptr<archive, ReaderFree> reader(archive_read_new());
+    archive_read_support_format_tar(reader.get());
+    if (archive_read_open_memory(reader.get(), tar.data(), tar.size()) != ARCHIVE_OK)
+        return false;
+    size = 0;
+    archive_entry* entry = nullptr;
+    for (;;)
+    {
+        const int status = archive_read_next_header(reader.get(), &entry);
+        if (status == ARCHIVE_EOF)
+            return true;
+        if (status < ARCHIVE_WARN)
+            return false;
+        const char* raw = archive_entry_pathname(entry);
+        const std::string name = raw != nullptr ? raw : "";
+        const la_int64_t length = archive_entry_size(entry);
+        if (length > 0)
+            size += Kel::Vidorama::InstallerLib::IsPackageDosFile(name) ? 2 * length : length;
+        if (Kel::Vidorama::InstallerLib::IsInstallerFile(name) && length > 0 &&
+            archive_entry_filetype(entry) == AE_IFREG && archive_entry_hardlink(entry) == nullptr)
+        {
+            char block[8192];
+            la_ssize_t count = 0;
+            while ((count = archive_read_data(reader.get(), block, sizeof(block))) > 0)
+                installers.append(block, static_cast<size_t>(count));
+            if (count < 0)
+                return false;
+        }
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -93,6 +135,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     {
         FUZZ_CHECK(sound);
         FUZZ_CHECK(read == expected);
+    }
+
+    const auto scan = PackageScan::Read(path);
+    FUZZ_CHECK(!(scan->Complete() && scan->Damaged()));
+    FUZZ_CHECK(!scan->Stopped());
+    if (!sound)
+        FUZZ_CHECK(!scan->Complete());
+    if (scan->Complete())
+    {
+        std::int64_t size = -1;
+        std::string installers;
+        FUZZ_CHECK(WalkTar(expected, size, installers));
+        FUZZ_CHECK(scan->Size() == size);
+        if (!scan->InstallerTooLarge())
+        {
+            std::string kept;
+            for (const PackageScan::Entry& entry : scan->Installers())
+                kept += entry.data;
+            FUZZ_CHECK(kept == installers);
+        }
+    }
+    else
+    {
+        FUZZ_CHECK(scan->Size() == -1 && scan->Installers().empty());
     }
     return 0;
 }

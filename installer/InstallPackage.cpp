@@ -1,6 +1,8 @@
 #include "InstallPackage.h"
 
 #include "GzipStream.h"
+#include "PackageScan.h"
+#include "PackageScanCache.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -308,47 +310,35 @@ bool ExtractEntries(const std::string& package, int flags, Selector select)
     }
 }
 
-// The unpacked size of a package in bytes, -1 when it cannot be read; damaged tells whether
-// that was because the file proved damaged.
-std::int64_t MeasureExtractedSize(const std::string& path, bool& damaged)
+// Writes the installer entries of a package's reading under their own path names, relative
+// to the current working directory.
+bool WriteEntries(const std::vector<PackageScan::Entry>& entries, int flags)
 {
-    damaged = false;
-    Package reader = OpenPackage(path, IsPackageDosFile(path));
-    if (!reader)
+    Writer writer = OpenDiskWriter(flags);
+    if (!writer)
     {
-        damaged = reader.GzipDamaged();
-        return -1;
+        return false;
     }
-
-    std::int64_t total = 0;
-    archive_entry* entry = nullptr;
-    for (;;)
+    for (const PackageScan::Entry& kept : entries)
     {
-        const HeaderResult header = NextHeader(reader.get(), &entry);
-        if (header == HeaderResult::End)
+        // The kept header stays as it was read, for the next installation of the package.
+        std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(
+            archive_entry_clone(kept.header.get()), archive_entry_free);
+        if (!entry || archive_write_header(writer.get(), entry.get()) != ARCHIVE_OK)
         {
-            break;
+            return false;
         }
-        if (header == HeaderResult::Failed)
+        if (!kept.data.empty() && archive_write_data_block(writer.get(), kept.data.data(),
+                                                           kept.data.size(), 0) < ARCHIVE_OK)
         {
-            damaged = reader.TarFailureIsDamage();
-            return -1;
+            return false;
         }
-        const la_int64_t size = archive_entry_size(entry);
-        if (size <= 0)
+        if (archive_write_finish_entry(writer.get()) < ARCHIVE_WARN)
         {
-            continue;
+            return false;
         }
-        // An archive inside the package is unpacked as well, so it needs its room twice.
-        total += IsPackageDosFile(EntryName(entry)) ? 2 * size : size;
     }
-    // A package cut short or damaged has no size worth trusting.
-    if (!reader.Finish())
-    {
-        damaged = reader.GzipDamaged();
-        return -1;
-    }
-    return total;
+    return true;
 }
 
 } // namespace
@@ -513,6 +503,18 @@ bool InstallPackage::ExtractFileFomTar(const char* fileName)
         return false;
     }
     const std::string wanted = fileName;
+    if (wanted == InstallerFilename && !IsPackageDosFile(path))
+    {
+        // The installer comes out of the package's one reading, which also measured it:
+        // nothing is written unless the whole package proved sound, and a package read
+        // already is not read again.
+        const std::shared_ptr<const PackageScan> scan = PackageScanCache::Instance().Get(path);
+        if (!scan->Complete() || scan->InstallerTooLarge())
+        {
+            return false;
+        }
+        return WriteEntries(scan->Installers(), StoredAttributes | SecureNames);
+    }
     return ExtractEntries(path, StoredAttributes | SecureNames,
                           [&wanted](const std::string& name, std::string&)
                           { return EndsWith(name, wanted) ? Selection::Take : Selection::Skip; });
@@ -568,13 +570,13 @@ int InstallPackage::GetExtractedSize() const
 
 std::int64_t InstallPackage::GetExtractedSize64(bool* damaged) const
 {
-    bool proved = false;
-    const std::int64_t total = MeasureExtractedSize(path, proved);
+    // One reading of the package gives its size, its soundness and its installer together.
+    const std::shared_ptr<const PackageScan> scan = PackageScanCache::Instance().Get(path);
     if (damaged != nullptr)
     {
-        *damaged = proved;
+        *damaged = scan->Damaged();
     }
-    return total;
+    return scan->Complete() ? scan->Size() : -1;
 }
 
 PackageVersion InstallPackage::GetCurrentLinuxVersion()

@@ -7,6 +7,7 @@
 #include "DiskTools.h"
 #include "MsDos.h"
 #include "NetworkTools.h"
+#include "PackageScanCache.h"
 #include "ShellArgument.h"
 #include "SystemTools.h"
 
@@ -397,6 +398,8 @@ InstallPackage::InstallStatus InstallPackage::Install(const char* disk, std::ost
     {
         return InvalidPackage;
     }
+    // Readings of other packages ahead of need give way to this installation.
+    const PackageScanCache::Use use(path);
     // The package is read whole first: a damaged one is refused before the disk is touched.
     bool damaged = false;
     const std::int64_t needed = GetExtractedSize64(&damaged);
@@ -421,6 +424,7 @@ InstallPackage::InstallStatus InstallPackage::Install(std::ostream& log)
     {
         return InvalidPackage;
     }
+    const PackageScanCache::Use use(path);
     bool damaged = false;
     const std::int64_t needed = GetExtractedSize64(&damaged);
     return InstallMeasured(log, needed, damaged);

@@ -18,11 +18,17 @@
 #   --no-guest        leave out the start-up time in the sandbox guest
 #   --guest           measure it all the same (after --quick)
 #   --no-host-menu    leave out the start-up time on this host
-#   --parts LIST      which parts, comma-separated: packages, lists, menu (default: all)
+#   --parts LIST      which parts, comma-separated: packages, install, lists, menu
+#                     (default: all)
 #   WIZARD_BUILD_DIR  build directory (default: build), configured RelWithDebInfo
 #
 # The packages are tar streams from bench/BenchMakePackage compressed with "gzip -1"
 # (half log-like text, half random bytes, "Install.sh" the last entry).
+#
+# The install part measures what the wizard reads of the main package before the package's
+# "Install.sh" starts (its size, its soundness and the script, in one reading), cold and with
+# the package menu's background reading given a 10 s head start, against "gzip -dc" of the
+# same package: goals at most 0.20 x and 0.10 x, at most 16 MiB resident.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -34,7 +40,7 @@ runs=3
 big_runs=1
 guest=1
 host_menu=1
-parts=packages,lists,menu
+parts=packages,install,lists,menu
 while [[ $# -gt 0 ]]; do
     case $1 in
     --work) work=${2:?--work needs a directory}; shift 2 ;;
@@ -47,7 +53,7 @@ while [[ $# -gt 0 ]]; do
     --guest) guest=1; shift ;;
     --no-host-menu) host_menu=0; shift ;;
     --parts) parts=${2:?--parts needs a list}; shift 2 ;;
-    -h | --help) sed -n '2,25p' "$0"; exit 0 ;;
+    -h | --help) sed -n '2,31p' "$0"; exit 0 ;;
     *) echo "bench: unknown option $1" >&2; exit 2 ;;
     esac
 done
@@ -97,7 +103,7 @@ make_package() {
 clamp() { echo $(($1 < $2 ? $2 : $1 > $3 ? $3 : $1)); }
 main_pkg=
 big_pkg=
-if part packages; then
+if part packages || part install; then
     main_pkg=$(make_package "$size_mib" "$(clamp $((size_mib * 3000 / 1024)) 20 3000)")
 fi
 if part packages && [[ $big_mib -gt 0 ]]; then
@@ -188,11 +194,86 @@ bench_package() {
     echo
 }
 
-if [[ -n $main_pkg ]]; then
+if part packages && [[ -n $main_pkg ]]; then
     bench_package "$main_pkg" "$runs" "package $size_gib GiB"
 fi
 if [[ -n $big_pkg ]]; then
     bench_package "$big_pkg" "$big_runs" "package $big_gib GiB"
+fi
+
+# bench_install PACKAGE RUNS LABEL: the wizard's reading before "Install.sh", cold and with a
+# head start, against gzip -dc.
+bench_install() {
+    local pkg=$1 n=$2 label=$3 head=10
+    local out
+    out=$(mktemp -d "$scratch/install.XXXXXX")
+    mkdir -p "$out/cold" "$out/warm"
+    # A package on a key was copied there long before it is installed; the wizard reads a
+    # file changed in the last seconds anew each time (its time stamp could not tell a second
+    # change), so a package generated just now is dated back like one on a key.
+    touch -d '-1 minute' "$pkg"
+    cat "$pkg" >/dev/null # warm page cache
+    "$bin/BenchTime" --runs "$n" -- gzip -dc "$pkg" >"$out/gzip"
+    "$bin/BenchTime" --runs "$n" --cwd "$out/cold" --stdout "$out/cold.out" -- \
+        "$bin/BenchPackage" install "$pkg" >"$out/cold.time"
+    "$bin/BenchTime" --runs 1 --cwd "$out/warm" --stdout "$out/warm.out" -- \
+        "$bin/BenchPackage" install "$pkg" "$head" >"$out/warm.time"
+
+    local checks_ok=1
+    "$root/bench/check-package-results.sh" "$pkg" "$out/cold.out" "$out/cold.out" "$out/cold" \
+        "$bin/BenchMakePackage" >"$out/checks" || checks_ok=0
+    "$root/bench/check-package-results.sh" "$pkg" "$out/warm.out" "$out/warm.out" "$out/warm" \
+        "$bin/BenchMakePackage" >>"$out/checks" || checks_ok=0
+
+    local floor cold warm cold_reads warm_reads rss
+    floor=$(field best_s "$out/gzip")
+    cold=$(field best_s "$out/cold.time")
+    warm=$(field enter_to_script_s "$out/warm.out")
+    cold_reads=$(field readings_after_enter "$out/cold.out")
+    warm_reads=$(field readings_after_enter "$out/warm.out")
+    echo "== $label: $(basename "$pkg"), $(awk -v b="$(stat -c %s "$pkg")" 'BEGIN { printf "%.2f GiB", b / 2^30 }')" \
+        "compressed; wizard's reading before \"Install.sh\" starts; best of $n, warm cache"
+    local format='| %-44s | %8s | %6s | %7s | %7s | %s\n'
+    # shellcheck disable=SC2059 # the format is the table's own
+    printf "$format" measurement "wall (s)" "x gzip" "cpu (s)" "RSS MiB" result
+    # shellcheck disable=SC2059
+    printf "$format" "gzip -dc > /dev/null (floor)" "$floor" "1.00" "$(field cpu_s "$out/gzip")" \
+        "$(mib "$(field maxrss_kib "$out/gzip")")" ""
+    # shellcheck disable=SC2059
+    printf "$format" "cold: size + Install.sh, one process" "$cold" "$(ratio "$cold" "$floor")" \
+        "$(field cpu_s "$out/cold.time")" "$(mib "$(field maxrss_kib "$out/cold.time")")" \
+        "readings: $cold_reads"
+    # shellcheck disable=SC2059
+    printf "$format" "ENTER -> Install.sh after ${head} s head start" "$warm" "$(ratio "$warm" "$floor")" \
+        "$(field cpu_s "$out/warm.time")" "$(mib "$(field maxrss_kib "$out/warm.time")")" \
+        "readings after ENTER: $warm_reads (cpu: whole process)"
+    cat "$out/checks"
+    [[ $checks_ok == 1 ]] || goals_failed=1
+    local g
+    g=$(pass "${cold_reads:-9} == 1")
+    echo "check the cold installation reads the package once: $g (${cold_reads:-?} readings)"
+    [[ $g == PASS ]] || goals_failed=1
+
+    g=$(pass "$cold <= 0.20 * $floor")
+    echo "goal wizard's reading in one pass <= 0.20 x gzip -dc: $g ($(ratio "$cold" "$floor"))"
+    [[ $g == PASS ]] || goals_failed=1
+    g=FAIL
+    [[ -n $warm ]] && g=$(pass "$warm <= 0.10 * $floor")
+    echo "goal ENTER -> Install.sh with ${head} s head start <= 0.10 x gzip -dc: $g" \
+        "($(ratio "${warm:-0}" "$floor"))"
+    [[ $g == PASS ]] || goals_failed=1
+    rss=$(field maxrss_kib "$out/cold.time")
+    local rss_warm
+    rss_warm=$(field maxrss_kib "$out/warm.time")
+    [[ $rss_warm -gt $rss ]] && rss=$rss_warm
+    g=$(pass "$rss <= 16 * 1024")
+    echo "goal wizard's reading peak RSS <= 16 MiB: $g ($(mib "$rss") MiB)"
+    [[ $g == PASS ]] || goals_failed=1
+    echo
+}
+
+if part install && [[ -n $main_pkg ]]; then
+    bench_install "$main_pkg" "$runs" "install $size_gib GiB"
 fi
 
 # Listings: package files on a key, installed versions on a disk (both plain directories).

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config
-  libncurses-dev libparted-dev libarchive-dev zlib1g-dev libaugeas-dev augeas-lenses augeas-tools
+  libncurses-dev libparted-dev libarchive-dev zlib1g-dev libisal-dev libaugeas-dev augeas-lenses augeas-tools
   libjsoncpp-dev libgtest-dev googletest
   tmux parted dosfstools e2fsprogs mtools syslinux syslinux-common extlinux udev
   unzip zip qemu-system-x86 linux-image-amd64 busybox-static cpio kmod util-linux

@@ -3,10 +3,15 @@
 #include "BootLoader.h"
 #include "InstallWizard.h"
 #include "NCursesOutputStream.h"
+#include "PackageReadProgress.h"
 
+#include <algorithm>
+#include <chrono>
 #include <future>
 #include <sstream>
 #include <string>
+
+#include <unistd.h>
 
 namespace Kel
 {
@@ -19,6 +24,9 @@ namespace
 {
 
 const int KeyEnter = 10;
+const char* const ProgressText = "Installation in progress";
+// The longest figure the pop-up makes room for: " 100%".
+const int FigureWidth = 5;
 
 } // namespace
 
@@ -66,6 +74,31 @@ bool InstallStep::Run()
     return result;
 }
 
+void InstallStep::ShowReadFigure(int percent)
+{
+    const std::string base = ProgressText;
+    const std::string text = percent >= 0 ? base + " " + std::to_string(percent) + "%" : base;
+    if (_popupWindow == nullptr || text == _popupText)
+    {
+        return;
+    }
+    // Room for the widest figure, made once, so that the pop-up does not move as it grows.
+    const int length = static_cast<int>(base.size()) + FigureWidth;
+    if (getmaxx(_popupWindow) < length + _popupSize + 4)
+    {
+        mvwin(_popupWindow, _height / 2, std::max(0, (_width - length - _popupSize) / 2));
+        wresize(_popupWindow, 3, length + _popupSize + 4);
+    }
+    _popupText = text;
+    _popupPosition = 0;
+    werase(_popupWindow);
+    box(_popupWindow, 0, 0);
+    mvwprintw(_popupWindow, 1, 2, "%s", _popupText.c_str());
+    wrefresh(_contentWindow);
+    touchwin(_popupWindow);
+    wrefresh(_popupWindow);
+}
+
 bool InstallStep::InstallPackage()
 {
     if (!package || !disk)
@@ -100,13 +133,21 @@ bool InstallStep::InstallPackage()
         }
     }
 
-    ShowProgressPopup("Installation in progress", 5);
+    ShowProgressPopup(ProgressText, 5);
     std::shared_ptr<InstallerLib::InstallPackage> installing = package;
     const std::string device = disk->path;
     std::future<InstallerLib::InstallPackage::InstallStatus> task =
         std::async(std::launch::async, [installing, device, &output]
                    { return installing->Install(device.c_str(), output); });
-    const int status = WaitForTask(task);
+    // Each second: how far the installer has read the package, then the moving dots.
+    const std::string packagePath = package->GetPath();
+    while (task.wait_for(std::chrono::seconds(1)) != std::future_status::ready)
+    {
+        ShowReadFigure(InstallerLib::PackageReadProgress::Percent(::getpid(), packagePath));
+        UpdateProgressPopup();
+    }
+    HideProgressPopup();
+    const int status = task.get();
 
     const bool succeeded = status == InstallerLib::InstallPackage::InstallationSucceeded;
     if (status == InstallerLib::InstallPackage::DamagedPackage)

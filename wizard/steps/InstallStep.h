@@ -38,6 +38,10 @@ public:
     static const char* StatusText(int status);
 
 private:
+    // Adds to the progress pop-up how far the installer has read the package (" 42%"), or
+    // takes the figure away when it cannot be known (percent -1).
+    void ShowReadFigure(int percent);
+
     std::shared_ptr<InstallerLib::InstallPackage> package;
     std::shared_ptr<ZarnLinuxTools::Disk> disk;
 };

@@ -79,6 +79,14 @@ bool PackageStep::SelectPackage()
             wrefresh(_contentWindow);
             refresh();
 
+            // Every listed package, highest first, is read while the operator chooses.
+            std::vector<std::string> paths;
+            for (const InstallPackage& entry : *packages)
+            {
+                paths.emplace_back(entry.GetPath());
+            }
+            scanner.Start(paths);
+
             for (bool decided = false; !decided;)
             {
                 switch (wgetch(_contentWindow))

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "InstallPackage.h"
+#include "PackageScanner.h"
 #include "WizardStep.h"
 
 #include <memory>
@@ -35,6 +36,9 @@ private:
     bool allowEscape = true;
     bool showRevisions = false;
     std::shared_ptr<InstallerLib::InstallPackage> package;
+    // Reads the listed packages ahead of the operator's choice; lives as long as the step, so
+    // that the reading goes on while the installation is prepared.
+    InstallerLib::PackageScanner scanner;
 };
 
 } // namespace InstallerWizard
