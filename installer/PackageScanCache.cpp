@@ -190,6 +190,23 @@ bool PackageScanCache::InUse() const
     return !_inUse.empty();
 }
 
+std::shared_ptr<const PackageScan> PackageScanCache::Kept(const std::string& path) const
+{
+    Identity identity;
+    if (!IdentityOf(path, identity))
+    {
+        return nullptr;
+    }
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto slot = _slots.find(path);
+    if (slot == _slots.end() || slot->second.state != State::Done ||
+        slot->second.identity != identity)
+    {
+        return nullptr;
+    }
+    return slot->second.scan;
+}
+
 bool PackageScanCache::InUse(const std::string& path) const
 {
     std::lock_guard<std::mutex> lock(_mutex);

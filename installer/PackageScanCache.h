@@ -71,6 +71,10 @@ public:
     // ended the reading (nothing was kept then).
     bool Prepare(const std::string& path, const std::function<bool()>& stop);
 
+    // The reading kept for the package at path as the file is now, without waiting or
+    // reading; null when none is kept (not read yet, under way, or the file changed).
+    std::shared_ptr<const PackageScan> Kept(const std::string& path) const;
+
     // Whether an installation is under way (a Use lives), and whether it is of path.
     bool InUse() const;
     bool InUse(const std::string& path) const;

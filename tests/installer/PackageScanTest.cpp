@@ -334,6 +334,33 @@ TEST_F(PackageScanTest, AFileWrittenJustBeforeIsReadEachTime)
     EXPECT_EQ(cache.Readings() - before, 2u);
 }
 
+TEST_F(PackageScanTest, WhatIsKeptIsToldWithoutReading)
+{
+    const std::string path = Write(Members());
+    PackageScanCache& cache = PackageScanCache::Instance();
+    const std::size_t before = cache.Readings();
+    // Not read yet: nothing to tell, and asking reads nothing.
+    EXPECT_EQ(cache.Kept(path), nullptr);
+    EXPECT_EQ(cache.Readings(), before);
+
+    const auto read = cache.Get(path);
+    const auto kept = cache.Kept(path);
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept, read);
+    EXPECT_FALSE(kept->Damaged());
+    EXPECT_EQ(cache.Readings() - before, 1u);
+
+    // Another file under the same name: what was kept is no longer told.
+    std::string bytes = ReadFile(path);
+    WriteFile(path, bytes.substr(0, bytes.size() / 2));
+    Age(path, 10);
+    EXPECT_EQ(cache.Kept(path), nullptr);
+    ASSERT_TRUE(cache.Get(path)->Damaged());
+    ASSERT_NE(cache.Kept(path), nullptr);
+    EXPECT_TRUE(cache.Kept(path)->Damaged());
+    EXPECT_EQ(cache.Kept(scratch.Join("missing.tar.gz")), nullptr);
+}
+
 TEST_F(PackageScanTest, ADamagedPackageIsRefusedBeforeAnythingIsWritten)
 {
     const std::string path = Write(Members(), false);

@@ -324,6 +324,50 @@ TEST_F(InstallSteps, ADamagedPackageIsNamedAndNothingIsWritten)
     }
 }
 
+TEST_F(InstallSteps, ADamagedPackageOfAnInstalledVersionIsNotOfferedToOverwriteIt)
+{
+    // A damaged copy of the version the disk holds, dated back so that its reading is kept.
+    RunInGuest("rm -rf /var/tmp/damaged-installed && mkdir -p /var/tmp/damaged-installed && "
+               "size=$(stat -c %s " +
+               SamplePackage + ") && head -c $((size / 2)) " + SamplePackage +
+               " > /var/tmp/damaged-installed/Vidorama_12.05.01.3456.tar.gz && touch -d '-1 hour' "
+               "/var/tmp/damaged-installed/Vidorama_12.05.01.3456.tar.gz");
+    const std::string package = "/var/tmp/damaged-installed/Vidorama_12.05.01.3456.tar.gz";
+    const std::string line =
+        "The package Vidorama_12.05.01.3456.tar.gz is damaged and cannot be installed";
+    const std::string before = GuestOutput(InstalledDisk);
+    ASSERT_NE(before.find("12.05.01.3456"), std::string::npos) << before;
+
+    // Already read, as the package menu reads the listed packages: refused at once.
+    RunInGuest("rm -f " + WorkDir() + "/installer.log " + WorkDir() + "/result.txt");
+    Start(Program("InstallStepsProgram") + " install " + package + " read-ahead");
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    std::string screen = Screen();
+    EXPECT_EQ(screen.find("overwrite"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("  " + line), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_EQ(LogMessages(),
+              (std::vector<std::string>{"0 Log created!", "3 " + line, "3 Installation failed!"}))
+        << Log();
+    EXPECT_EQ(GuestOutput(InstalledDisk), before);
+
+    // Not read yet: the question comes first, and "y" meets the same refusal.
+    RunInGuest("rm -f " + WorkDir() + "/installer.log " + WorkDir() + "/result.txt");
+    Start(Program("InstallStepsProgram") + " install " + package);
+    ASSERT_TRUE(WaitFor("overwrite existing installation (y/n) ?", 60)) << Screen();
+    Keys({"y"});
+    ASSERT_TRUE(WaitFor("<ENTER> return to the main menu", 120)) << Screen();
+    screen = Screen();
+    EXPECT_NE(screen.find("  " + line), std::string::npos) << screen;
+    Keys({"Enter"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result(), "run 0\n");
+    EXPECT_EQ(GuestOutput(InstalledDisk), before);
+    EXPECT_EQ(GuestOutput("ls " + WorkDir()), "installer.log\nresult.txt\n");
+}
+
 TEST_F(InstallSteps, ADosPackageNeedsAPreviousDosInstallation)
 {
     Start(Program("InstallStepsProgram") + " install /mnt/USB/Packages/120501.zip");

@@ -4,6 +4,7 @@
 #include "InstallWizard.h"
 #include "NCursesOutputStream.h"
 #include "PackageReadProgress.h"
+#include "PackageScanCache.h"
 
 #include <algorithm>
 #include <chrono>
@@ -114,7 +115,11 @@ bool InstallStep::InstallPackage()
     scrollok(_contentWindow, TRUE);
     NCursesOutputStream output(_contentWindow);
 
-    if (package->IsInstalled(disk->path.c_str()))
+    // A package the background reading already found damaged is refused at once: asking
+    // whether to overwrite a good installation with it would suggest that it could.
+    const auto kept = InstallerLib::PackageScanCache::Instance().Kept(package->GetPath());
+    const bool knownDamaged = kept && kept->Damaged();
+    if (!knownDamaged && package->IsInstalled(disk->path.c_str()))
     {
         output << "Package already installed, overwrite existing installation (y/n) ?" << std::endl;
         wrefresh(_contentWindow);

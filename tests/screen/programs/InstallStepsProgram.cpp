@@ -4,12 +4,16 @@
 //   InstallStepsProgram partition plain|format   the partition step on the
 //                                                first target disk
 //   InstallStepsProgram package escape|noescape N   the package step N times
-//   InstallStepsProgram install PACKAGE          the installation step with
-//                                                PACKAGE on the first disk
+//   InstallStepsProgram install PACKAGE [read-ahead]
+//                                                the installation step with
+//                                                PACKAGE on the first disk;
+//                                                read-ahead: PACKAGE read first,
+//                                                as the package menu does
 #include "EepromReader.h"
 #include "InstallPackage.h"
 #include "InstallStep.h"
 #include "InstallWizard.h"
+#include "PackageScanCache.h"
 #include "PackageStep.h"
 #include "PartitionStep.h"
 #include "StepProgram.h"
@@ -71,6 +75,8 @@ public:
         if (mode == "install")
         {
             InstallStep step;
+            if (Argument(2) == "read-ahead")
+                Kel::Vidorama::InstallerLib::PackageScanCache::Instance().Get(Argument(1));
             if (!Argument(1).empty())
                 step.SetPackage(std::make_shared<InstallPackage>(Argument(1).c_str()));
             step.SetDisk(FirstDisk());
