@@ -158,6 +158,9 @@ void WizardStep::ResizeFrame()
 
     // The title and bottom bars are made anew at their new places; the content
     // window is resized in place, since menus, forms and streams hold it.
+    // The old bottom bar is wiped first: on a larger terminal its rows
+    // become content rows.
+    werase(_bottomWindow);
     delwin(_titleWindow);
     delwin(_bottomWindow);
     wresize(_mainWindow, _height, _width);

@@ -85,6 +85,9 @@ TEST_F(Frame, TheFrameFollowsASmallerAndALargerTerminal)
 
     resizeterm(48, 128);
     step.Resized();
+    // Where the bottom bar was, the content window has empty rows.
+    EXPECT_EQ(Sandbox::FileScreen::Row(step.Content(), 19), "");
+    EXPECT_EQ(Sandbox::FileScreen::Row(step.Content(), 20), "");
     EXPECT_EQ(step.Height(), 46);
     EXPECT_EQ(step.Width(), 124);
     EXPECT_EQ(getmaxy(step.Content()), 43);

@@ -420,7 +420,10 @@ bool NetworkStep::CreateNetworkForm()
     // ESC leaves.
     const bool unsaveable = IsDosPartitionUnavailable();
     if (unsaveable)
+    {
         mvwprintw(messageWindow, 0, 0, "%s", DosUnavailableMessage);
+        wsyncup(messageWindow);
+    }
 
     wrefresh(_contentWindow);
     ShowCurrentField();
