@@ -748,3 +748,42 @@ TEST_F(NetworkStepSuite, AtANewConsoleSizeTheNextKeyRedrawsTheScreen)
                         "netmask 255.255.255.0\ngateway 192.168.1.254\nprimary 192.168.1.254\n"
                         "secondary 0.0.0.0\ndomain example.com\n");
 }
+
+// The console changes size while the reading's progress pop-up is up: with no
+// key pressed, the next second's dot finds the frame drawn at the new size.
+TEST_F(NetworkStepSuite, AtANewConsoleSizeTheProgressTickRedrawsTheScreen)
+{
+    struct ConsoleSize
+    {
+        Sandbox::Guest& guest;
+        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore{Guest()};
+    InstalledVersion version;
+    version.updateDelay = 12;
+    Install(version);
+    Start(Program("NetworkStepProgram") + " linux");
+    ASSERT_TRUE(WaitFor("Read network configuration", 30)) << Screen();
+    const std::string separator = "  " + std::string(76, 'q');
+    ASSERT_TRUE(WaitFor("qqqq", 10)) << Screen();
+    EXPECT_EQ(Row(Screen(), 22), separator) << Screen();
+
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    for (int i = 0; i < 20 && Row(Screen(), 21) != separator; ++i)
+        Settle();
+    std::string screen = Screen();
+    // Still reading, and the frame's bottom bar already a row higher.
+    EXPECT_NE(screen.find("Read network configuration"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find(FormBottom), std::string::npos) << screen;
+    EXPECT_EQ(Row(screen, 21), separator) << screen;
+    EXPECT_EQ(Row(screen, 22), "") << screen;
+    EXPECT_EQ(Row(screen, 1), "                             Network Configuration") << screen;
+
+    // The form then comes at the new size.
+    ASSERT_TRUE(WaitFor(FormBottom, 60)) << Screen();
+    screen = Screen();
+    EXPECT_EQ(Row(screen, 22), "  " + FormBottom) << screen;
+    EXPECT_EQ(Row(screen, HostnameRow), "   Hostname:   server-7") << screen;
+    EXPECT_EQ(Row(screen, GatewayRow), Line("   Gateway:", 15, "192.168.1.254")) << screen;
+    SaveAndFinish();
+    EXPECT_EQ(Result().substr(0, 6), "run 1\n") << Result();
+}
