@@ -77,8 +77,8 @@ protected:
 
     // The message window's rows for a content window of that many rows.
     static int MessageRows(int contentRows);
-    static const int MessageWindowRow = 10;
-    static const int MessageWindowRows = 10;
+    static constexpr int MessageWindowRow = 10;
+    static constexpr int MessageWindowRows = 10;
     // A DOS version whose partition could not be mounted: nothing can be
     // saved.
     bool IsDosPartitionUnavailable() const;
