@@ -1,7 +1,10 @@
 #include "Wizard.h"
 
+#include "WizardStep.h"
+
 #include <csignal>
 #include <curses.h>
+#include <signal.h>
 
 namespace Kel
 {
@@ -20,11 +23,25 @@ extern "C" void OnInterrupt(int)
     endwin();
 }
 
+// A resized terminal: only noted here (curses may not be called from a
+// handler); the current step redraws itself at the next key or tick.
+extern "C" void OnResize(int)
+{
+    WizardStep::terminalResized = 1;
+}
+
 } // namespace
 
 Wizard::Wizard()
 {
     std::signal(SIGINT, OnInterrupt);
+    // Installed before curses starts, so that curses keeps its own handler
+    // out. SA_RESTART: a key read in progress goes on waiting for the key.
+    struct sigaction resize = {};
+    resize.sa_handler = OnResize;
+    sigemptyset(&resize.sa_mask);
+    resize.sa_flags = SA_RESTART;
+    sigaction(SIGWINCH, &resize, nullptr);
     initscr();
     start_color();
     // Raw mode: Ctrl-C and friends reach the program as keys instead of signals.

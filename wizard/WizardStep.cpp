@@ -1,6 +1,8 @@
 #include "WizardStep.h"
 
 #include <cstring>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace Kel
 {
@@ -8,6 +10,8 @@ namespace Vidorama
 {
 namespace InstallerWizard
 {
+
+volatile std::sig_atomic_t WizardStep::terminalResized = 0;
 
 WizardStep::WizardStep() : WizardStep("", "") {}
 
@@ -75,6 +79,12 @@ void WizardStep::CreateWindow()
     init_pair(5, COLOR_CYAN, COLOR_BLACK);
     init_pair(6, COLOR_RED, COLOR_BLACK);
 
+    // A resize signalled while no frame was up, or taken by another step,
+    // is followed here: every frame is made at the terminal's current size.
+    ApplyPendingResize();
+    _width = COLS - 4;
+    _height = LINES - 2;
+
     _mainWindow = newwin(_height, _width, (LINES - _height) / 2, (COLS - _width) / 2);
 
     _titleWindow = derwin(_mainWindow, 1, _width, 0, 0);
@@ -109,6 +119,80 @@ void WizardStep::DestroyWindow()
     _contentWindow = nullptr;
     _titleWindow = nullptr;
     _bottomWindow = nullptr;
+}
+
+void WizardStep::RedrawContent() {}
+
+int WizardStep::ReadKeyFrom(WINDOW* window)
+{
+    const int key = wgetch(window);
+    ApplyPendingResize();
+    return key;
+}
+
+bool WizardStep::ApplyPendingResize()
+{
+    if (terminalResized == 0)
+        return false;
+    terminalResized = 0;
+    // A serial line that reports no size keeps the size curses has.
+    struct winsize size = {};
+    for (int fd : {STDOUT_FILENO, STDIN_FILENO})
+    {
+        if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0)
+        {
+            resizeterm(size.ws_row, size.ws_col);
+            break;
+        }
+    }
+    ResizeFrame();
+    return true;
+}
+
+void WizardStep::ResizeFrame()
+{
+    _width = COLS - 4;
+    _height = LINES - 2;
+    if (_mainWindow == nullptr)
+        return;
+
+    // The title and bottom bars are made anew at their new places; the content
+    // window is resized in place, since menus, forms and streams hold it.
+    // The old bottom bar is wiped first: on a larger terminal its rows
+    // become content rows.
+    werase(_bottomWindow);
+    delwin(_titleWindow);
+    delwin(_bottomWindow);
+    wresize(_mainWindow, _height, _width);
+    mvwin(_mainWindow, (LINES - _height) / 2, (COLS - _width) / 2);
+    wresize(_contentWindow, _height - 3, _width);
+
+    _titleWindow = derwin(_mainWindow, 1, _width, 0, 0);
+    wbkgd(_titleWindow, COLOR_PAIR(1));
+    wclear(_titleWindow);
+    DrawTitle();
+    _bottomWindow = derwin(_mainWindow, 2, _width, _height - 2, 0);
+    wclear(_bottomWindow);
+    DrawBottomText();
+
+    // What the old frame left outside the new one is wiped.
+    clearok(curscr, TRUE);
+    wclear(stdscr);
+    wnoutrefresh(stdscr);
+    RedrawContent();
+    touchwin(_mainWindow);
+    wnoutrefresh(_mainWindow);
+    wnoutrefresh(_titleWindow);
+    wnoutrefresh(_contentWindow);
+    wnoutrefresh(_bottomWindow);
+    if (_popupWindow != nullptr)
+    {
+        const int length = static_cast<int>(_popupText.size());
+        mvwin(_popupWindow, _height / 2, (_width - length - _popupSize) / 2);
+        touchwin(_popupWindow);
+        wnoutrefresh(_popupWindow);
+    }
+    doupdate();
 }
 
 void WizardStep::PrintInMiddle(WINDOW* win, int y, int x, int width, const char* text,

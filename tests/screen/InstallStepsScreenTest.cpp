@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 using namespace ScreenTest;
@@ -62,6 +63,57 @@ protected:
     }
 
     std::string GuestOutput(const std::string& command) { return Guest().Run(command).output; }
+
+    void TearDown() override
+    {
+        GuestSuite::TearDown();
+        Guest().Run("while umount /sys/class/dmi/id 2>/dev/null; do :; done");
+    }
+
+    // The board as the program sees it: a vendor text, or none at all.
+    void SetBiosVendor(const std::optional<std::string>& vendor)
+    {
+        std::string command = "while umount /sys/class/dmi/id 2>/dev/null; do :; done; "
+                              "mount -t tmpfs dmi /sys/class/dmi/id";
+        if (vendor)
+            command += " && printf '%s\\n' '" + *vendor + "' > /sys/class/dmi/id/bios_vendor";
+        RunInGuest(command);
+    }
+
+    // The format confirmation of the blank disk, answered "n" once looked at.
+    std::string ConfirmationScreen()
+    {
+        Start(Program("InstallStepsProgram") + " partition format");
+        EXPECT_TRUE(WaitFor("Continue? (y/n)")) << Screen();
+        Settle();
+        const std::string screen = Screen();
+        Keys({"n"});
+        EXPECT_EQ(WaitExit().value_or(-1), 0) << Screen();
+        EXPECT_EQ(Result(), "run 0 plan 100001111 keep 0\n");
+        EXPECT_EQ(GuestOutput("parted -s /dev/vda print 2>&1 | grep -c 'Partition Table: unknown'"),
+                  "1\n");
+        return screen;
+    }
+
+    // The confirmation's own texts, as on a blank disk: the question, the
+    // disk and the plan, rows 3 to 11 of the screen.
+    static void ExpectConfirmationTexts(const std::string& screen)
+    {
+        EXPECT_EQ(Row(screen, 3),
+                  "     The Linux partition will be formatted. All the data will be lost.");
+        EXPECT_EQ(Row(screen, 4),
+                  "     If you want to keep them, backup them before to proceed to the format.");
+        EXPECT_EQ(Row(screen, 5), "     Continue? (y/n)");
+        EXPECT_EQ(Row(screen, 6), "");
+        EXPECT_EQ(Row(screen, 7).substr(0, 20), "     Disk: /dev/vda ") << screen;
+        EXPECT_EQ(Row(screen, 8), "     - A new partition table: everything on the disk is lost.");
+        EXPECT_EQ(Row(screen, 9), "     - Partition 1 is made anew: FAT16 \"DOS\", bootable.");
+        EXPECT_EQ(Row(screen, 10),
+                  "     - Partitions 2 (EXT4 \"LINUX\") and 3 (swap \"SWAP\") are made anew.");
+        EXPECT_EQ(Row(screen, 11), "     - The disk's boot code is replaced by syslinux's.");
+        EXPECT_EQ(Row(screen, 12), "");
+        EXPECT_EQ(Row(screen, 1).find("Disk partitions"), (76 - 15) / 2 + 2) << screen;
+    }
 };
 
 std::unique_ptr<Sandbox::TempDir> InstallSteps::_images;
@@ -146,6 +198,51 @@ TEST_F(InstallSteps, NoToThePlanChangesNothing)
               expected);
     EXPECT_EQ(GuestOutput("parted -s /dev/vda print 2>&1 | grep -c 'Partition Table: unknown'"),
               "1\n");
+}
+
+const std::string BoardWarning = "Incompatible Zarn board to install Vidorama";
+const std::string MemoryWarning = "Not enough memory to install or start Vidorama";
+
+// 512 MiB of memory leave the kernel less than 512,000,000 bytes: the
+// memory warning is there on every board of this machine.
+TEST_F(InstallSteps, TheConfirmationRepeatsTheHardwareWarningsUnderThePlan)
+{
+    SetBiosVendor(std::nullopt);
+    const std::string screen = ConfirmationScreen();
+    ExpectConfirmationTexts(screen);
+    EXPECT_EQ(Row(screen, 13), "     " + BoardWarning) << screen;
+    EXPECT_EQ(Row(screen, 14), "     " + MemoryWarning) << screen;
+    EXPECT_EQ(Row(screen, 15), "") << screen;
+}
+
+TEST_F(InstallSteps, OnASupportedBoardOnlyTheMemoryWarningIsRepeated)
+{
+    SetBiosVendor("Phoenix Technologies LTD");
+    const std::string screen = ConfirmationScreen();
+    ExpectConfirmationTexts(screen);
+    EXPECT_EQ(Row(screen, 13), "     " + MemoryWarning) << screen;
+    EXPECT_EQ(Row(screen, 14), "") << screen;
+    EXPECT_EQ(screen.find(BoardWarning), std::string::npos) << screen;
+}
+
+// A serial console of 24 lines: the guest's console is set to 80x24 for this
+// test and back to 80x25 after it; every text is still there, within the frame.
+TEST_F(InstallSteps, At80x24TheConfirmationShowsEveryText)
+{
+    struct ConsoleSize
+    {
+        Sandbox::Guest& guest;
+        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore{Guest()};
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetBiosVendor(std::nullopt);
+    const std::string screen = ConfirmationScreen();
+    ExpectConfirmationTexts(screen);
+    EXPECT_EQ(Row(screen, 13), "     " + BoardWarning) << screen;
+    EXPECT_EQ(Row(screen, 14), "     " + MemoryWarning) << screen;
+    // The frame's separator is the 24-line screen's last but one row.
+    EXPECT_EQ(Row(screen, 21), "  " + std::string(76, 'q')) << screen;
+    EXPECT_EQ(Row(screen, 23), "") << screen;
 }
 
 TEST_F(InstallSteps, YesFormatsTheDiskBehindTheProgressPopup)

@@ -605,3 +605,185 @@ TEST_F(NetworkStepSuite, ASaveFailureIsLoggedAndEndsLikeASuccess)
     EXPECT_EQ(VersionFile("etc/network/interfaces"), "auto lo\niface lo inet loopback\n");
     EXPECT_EQ(VersionFile("etc/hostname"), "server-7\n");
 }
+
+namespace
+{
+
+// A host name of four labels, three of them 63 characters long: 253
+// characters, the longest the form and the files take.
+const std::string Label63 = std::string(62, 'l') + "9";
+const std::string LongestName =
+    Label63 + "." + Label63 + "." + Label63 + "." + std::string(61, 'z');
+
+} // namespace
+
+TEST_F(NetworkStepSuite, LongNamesReadFromTheSystemAreSavedUnchanged)
+{
+    ASSERT_EQ(LongestName.size(), 253u);
+    InstalledVersion version;
+    version.hostname = LongestName + "\n";
+    version.hosts = "127.0.0.1\tlocalhost\n127.0.1.1\t" + LongestName + "\n";
+    version.resolv = "nameserver 192.168.1.254\nsearch corp.broadcaster-intl.net\n";
+    Install(version);
+    StartStep("linux");
+    const std::string screen = Screen();
+    // The fields show the names' beginnings; nothing else moved.
+    EXPECT_EQ(Row(screen, HostnameRow), "   Hostname:   " + LongestName.substr(0, 24)) << screen;
+    EXPECT_EQ(Row(screen, SubmaskRow), Line(Line("   Submask:", 15, "255.255.255.0"), 42,
+                                            "Domain:    corp.broadcaster-intl.ne"))
+        << screen;
+    EXPECT_EQ(Row(screen, GatewayRow), Line("   Gateway:", 15, "192.168.1.254")) << screen;
+    // The host name's end is scrolled to when the field is entered at its end.
+    Keys({"Down", "Up"});
+    ASSERT_TRUE(WaitFor(LongestName.substr(LongestName.size() - 20))) << Screen();
+    SaveAndFinish();
+    EXPECT_EQ(Result(), "run 1\nhostname " + LongestName +
+                            "\nmethod static\naddress 192.168.1.1\n"
+                            "netmask 255.255.255.0\ngateway 192.168.1.254\nprimary 192.168.1.254\n"
+                            "secondary 0.0.0.0\ndomain corp.broadcaster-intl.net\n");
+    EXPECT_EQ(VersionFile("etc/hostname"), LongestName + "\n");
+    EXPECT_EQ(VersionFile("etc/hosts"), "127.0.0.1\tlocalhost\n127.0.1.1\t" + LongestName + "\n");
+    EXPECT_EQ(VersionFile("etc/resolv.conf"),
+              "nameserver 192.168.1.254\nsearch corp.broadcaster-intl.net\n");
+}
+
+TEST_F(NetworkStepSuite, NamesTypedLongerThanTheirFieldsAreSavedWhole)
+{
+    const std::string name = "studio-7." + Label63 + ".example";
+    const std::string domain = "branch-office.broadcaster-intl.example.net";
+    Install(InstalledVersion());
+    StartStep("linux");
+    Down(1);
+    Keys({"Up"});
+    Retype(name, 8);
+    ASSERT_TRUE(WaitFor(".example")) << Screen();
+    // What is seen is the end of what was typed, in the field's 24 columns.
+    EXPECT_EQ(Row(Screen(), HostnameRow).substr(0, 15), "   Hostname:   ") << Screen();
+    EXPECT_EQ(Screen().find("studio-7"), std::string::npos) << Screen();
+    Down(7);
+    Retype(domain, 11);
+    ASSERT_TRUE(WaitFor("example.net")) << Screen();
+    SaveAndFinish();
+    EXPECT_EQ(VersionFile("etc/hostname"), name + "\n");
+    EXPECT_EQ(VersionFile("etc/hosts"), "127.0.0.1\tlocalhost\n127.0.1.1\t" + name + "\n");
+    EXPECT_EQ(VersionFile("etc/resolv.conf"), "nameserver 192.168.1.254\nsearch " + domain + "\n");
+    EXPECT_NE(Result().find("hostname " + name + "\n"), std::string::npos) << Result();
+}
+
+TEST_F(NetworkStepSuite, ADosVersionWithoutItsPartitionSaysSoAndEscapeLeavesWritingNothing)
+{
+    const std::string batch = "set NET_IP=10.0.0.5\r\nset NET_MASK=255.0.0.0\r\n"
+                              "set NET_GATEWAY=10.0.0.1\r\n";
+    Install(InstalledVersion());
+    WriteDosConfiguration(batch);
+    Start(Program("NetworkStepProgram") + " dos /dev/vdz");
+    ASSERT_TRUE(WaitFor("<ESC> return to the main menu", 60)) << Screen();
+    EXPECT_TRUE(Logged("3 Unable to mount dos mount point")) << Log();
+    const std::string line = "The DOS partition cannot be mounted: nothing can be saved.";
+    EXPECT_EQ(Messages(), std::vector<std::string>{line}) << Screen();
+    EXPECT_EQ(Row(Screen(), PcLan1Row), Line("   PC Lan 1", 42, "DNS")) << Screen();
+    EXPECT_EQ(Row(Screen(), 23), "  <ESC> return to the main menu") << Screen();
+    // Nothing read, no address fields; ENTER is no way out: there is nowhere
+    // to save to.
+    EXPECT_EQ(Row(Screen(), GatewayRow), "") << Screen();
+    Keys({"Enter"});
+    Settle();
+    EXPECT_EQ(Messages(), std::vector<std::string>{line}) << Screen();
+    EXPECT_EQ(Screen().find(FinalPopup), std::string::npos) << Screen();
+    Keys({"Escape"});
+    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
+    EXPECT_EQ(Result().substr(0, 6), "run 0\n") << Result();
+    EXPECT_TRUE(Logged("2 Network configuration not saved")) << Log();
+    EXPECT_FALSE(Logged("3 Unable to save network configuration")) << Log();
+    // Nothing written: not under the unmounted mount point, not on the disk.
+    EXPECT_EQ(GuestOutput("grep -c ' /mnt/DOS ' /proc/mounts"), "0\n");
+    EXPECT_EQ(GuestOutput("ls -A /mnt/DOS"), "");
+    EXPECT_EQ(GuestOutput("mount -t vfat /dev/vda1 /mnt/DOS && cat /mnt/DOS/cecfg.bat; "
+                          "umount /mnt/DOS"),
+              batch);
+}
+
+// The console changes size while the form is up (the serial line's size set
+// with stty, which signals the program): the next key finds the frame drawn
+// again at the new size, the form as it was.
+TEST_F(NetworkStepSuite, AtANewConsoleSizeTheNextKeyRedrawsTheScreen)
+{
+    struct ConsoleSize
+    {
+        Sandbox::Guest& guest;
+        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore{Guest()};
+    Install(InstalledVersion());
+    StartStep("linux");
+    const std::string before = Screen();
+    EXPECT_EQ(Row(before, 23), "  " + FormBottom) << before;
+
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    Keys({"Right"});
+    for (int i = 0; i < 50 && Row(Screen(), 22) != "  " + FormBottom; ++i)
+        Settle();
+    std::string screen = Screen();
+    EXPECT_EQ(Row(screen, 22), "  " + FormBottom) << screen;
+    EXPECT_EQ(Row(screen, 21), "  " + std::string(76, 'q')) << screen;
+    EXPECT_EQ(Row(screen, 23), "") << screen;
+    EXPECT_EQ(Row(screen, 1), Row(before, 1)) << screen;
+    for (int row = 3; row <= GatewayRow; ++row)
+        EXPECT_EQ(Row(screen, row), Row(before, row)) << row << "\n" << screen;
+
+    // Back to 25 lines, the same again.
+    RunInGuest("stty -F /dev/ttyS0 rows 25 cols 80");
+    Keys({"Left"});
+    for (int i = 0; i < 50 && Row(Screen(), 23) != "  " + FormBottom; ++i)
+        Settle();
+    screen = Screen();
+    EXPECT_EQ(Row(screen, 23), "  " + FormBottom) << screen;
+    EXPECT_EQ(Row(screen, 22), "  " + std::string(76, 'q')) << screen;
+    EXPECT_EQ(Row(screen, 21), "") << screen;
+    for (int row = 1; row <= GatewayRow; ++row)
+        EXPECT_EQ(Row(screen, row), Row(before, row)) << row << "\n" << screen;
+
+    // Nothing of the form was lost on the way.
+    SaveAndFinish();
+    EXPECT_EQ(Result(), "run 1\nhostname server-7\nmethod static\naddress 192.168.1.1\n"
+                        "netmask 255.255.255.0\ngateway 192.168.1.254\nprimary 192.168.1.254\n"
+                        "secondary 0.0.0.0\ndomain example.com\n");
+}
+
+// The console changes size while the reading's progress pop-up is up: with no
+// key pressed, the next second's dot finds the frame drawn at the new size.
+TEST_F(NetworkStepSuite, AtANewConsoleSizeTheProgressTickRedrawsTheScreen)
+{
+    struct ConsoleSize
+    {
+        Sandbox::Guest& guest;
+        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore{Guest()};
+    InstalledVersion version;
+    version.updateDelay = 12;
+    Install(version);
+    Start(Program("NetworkStepProgram") + " linux");
+    ASSERT_TRUE(WaitFor("Read network configuration", 30)) << Screen();
+    const std::string separator = "  " + std::string(76, 'q');
+    ASSERT_TRUE(WaitFor("qqqq", 10)) << Screen();
+    EXPECT_EQ(Row(Screen(), 22), separator) << Screen();
+
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    for (int i = 0; i < 20 && Row(Screen(), 21) != separator; ++i)
+        Settle();
+    std::string screen = Screen();
+    // Still reading, and the frame's bottom bar already a row higher.
+    EXPECT_NE(screen.find("Read network configuration"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find(FormBottom), std::string::npos) << screen;
+    EXPECT_EQ(Row(screen, 21), separator) << screen;
+    EXPECT_EQ(Row(screen, 22), "") << screen;
+    EXPECT_EQ(Row(screen, 1), "                             Network Configuration") << screen;
+
+    // The form then comes at the new size.
+    ASSERT_TRUE(WaitFor(FormBottom, 60)) << Screen();
+    screen = Screen();
+    EXPECT_EQ(Row(screen, 22), "  " + FormBottom) << screen;
+    EXPECT_EQ(Row(screen, HostnameRow), "   Hostname:   server-7") << screen;
+    EXPECT_EQ(Row(screen, GatewayRow), Line("   Gateway:", 15, "192.168.1.254")) << screen;
+    SaveAndFinish();
+    EXPECT_EQ(Result().substr(0, 6), "run 1\n") << Result();
+}

@@ -67,6 +67,16 @@ TEST(HardwareCheck, SecondModelIsAskedWhenTheFirstSaysNo)
     EXPECT_TRUE(detail::IsIncompatibleBoard([] { return false; }, [] { return false; }));
 }
 
+TEST(HardwareCheck, WarningTextsComeBoardFirstOneALine)
+{
+    const std::string board = "Incompatible Zarn board to install Vidorama";
+    const std::string memory = "Not enough memory to install or start Vidorama";
+    EXPECT_EQ(detail::WarningTexts(true, false), std::vector<std::string>({board, memory}));
+    EXPECT_EQ(detail::WarningTexts(true, true), std::vector<std::string>({board}));
+    EXPECT_EQ(detail::WarningTexts(false, false), std::vector<std::string>({memory}));
+    EXPECT_TRUE(detail::WarningTexts(false, true).empty());
+}
+
 namespace
 {
 
@@ -79,7 +89,7 @@ public:
     void Show(bool incompatibleBoard, bool memoryEnough)
     {
         CreateWindow();
-        ShowWarnings(incompatibleBoard, memoryEnough);
+        ShowWarnings(detail::WarningTexts(incompatibleBoard, memoryEnough));
     }
     std::string Row(int row) const { return Sandbox::FileScreen::Row(_contentWindow, row); }
     ~DrawnCheck() override { DestroyWindow(); }

@@ -6,6 +6,7 @@
 #include "EepromReader.h"
 #include "InstallPackage.h"
 
+#include "FileScreen.h"
 #include "TempDir.h"
 
 #include <gtest/gtest.h>
@@ -186,7 +187,7 @@ public:
         CreateWindow();
         try
         {
-            CreateNetworkForm();
+            accepted = CreateNetworkForm();
             return true;
         }
         catch (const ScriptEnd&)
@@ -244,6 +245,15 @@ public:
         return static_cast<short>(PAIR_NUMBER(mvwinch(messageWindow, 0, 0) & A_COLOR));
     }
     int Width() const { return _width; }
+    int Height() const { return _height; }
+    // Whether the form was left with a valid entry (not with ESC).
+    bool Accepted() const { return accepted; }
+    void DosPartitionUnavailable() { dosPartitionUnavailable = true; }
+    bool IsSaveable() const { return !IsDosPartitionUnavailable(); }
+    WINDOW* BottomWindow() const { return _bottomWindow; }
+    static int MessageRowsFor(int contentRows) { return MessageRows(contentRows); }
+    // The frame laid out again after the terminal changed size.
+    void Resized() { ResizeFrame(); }
     WINDOW* MessageWindow() const { return messageWindow; }
     WINDOW* ContentWindow() const { return _contentWindow; }
 
@@ -269,9 +279,11 @@ private:
         std::function<void()> check;
     };
     std::deque<Step> script;
+    bool accepted = false;
 };
 
 const int Enter = 10;
+const int Escape = 27;
 const int Tab = 9;
 const int Space = ' ';
 
@@ -717,6 +729,255 @@ TEST_F(NetworkForm, LeavingTheFormFreesItAndHidesNothingElse)
     // The form is taken off the step window.
     EXPECT_EQ(step->Row(2), "");
     EXPECT_NE(step->ContentWindow(), nullptr);
+}
+
+// A host name of several labels, the longest label being 63 characters.
+const std::string Label63 = std::string(62, 'l') + "9";
+const std::string Longest = Label63 + "." + Label63 + "." + Label63 + "." + std::string(61, 'z');
+
+TEST_F(NetworkForm, LongNamesReadAreKeptWholeThroughTheForm)
+{
+    ASSERT_EQ(Longest.size(), 253u);
+    step->Linux();
+    step->Read(Longest, "static", "192.168.1.1", "255.255.255.0", "192.168.1.254", "10.0.0.1",
+               "0.0.0.0", "corp.broadcaster-intl.net");
+    step->Then(
+        [this]
+        {
+            // The field shows the beginning; the rest is scrolled to, not cut.
+            EXPECT_EQ(step->Row(2), " Hostname:   " + Longest.substr(0, 24));
+            EXPECT_EQ(step->Row(7).substr(40),
+                      "Domain:    " + std::string("corp.broadcaster-intl.net").substr(0, 24));
+        });
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_TRUE(step->Accepted());
+    EXPECT_EQ(step->GetHostname(), Longest);
+    EXPECT_EQ(step->GetInterface().hostname, Longest);
+    EXPECT_EQ(step->GetDnsInterface().domain, "corp.broadcaster-intl.net");
+    // Nothing else changed on the way.
+    EXPECT_EQ(step->GetInterface().address, "192.168.1.1");
+    EXPECT_EQ(step->GetDnsInterface().primaryServer, "10.0.0.1");
+}
+
+TEST_F(NetworkForm, ALabelOfSixtyThreeCharactersIsKeptWhole)
+{
+    step->Linux();
+    step->Read("studio." + Label63 + ".example", "dhcp", "", "", "", "0.0.0.0", "0.0.0.0", "");
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_EQ(step->GetHostname(), "studio." + Label63 + ".example");
+}
+
+TEST_F(NetworkForm, TypingGoesOnPastTheVisibleWidthAndTheFieldScrolls)
+{
+    step->Linux();
+    step->ReadStatic();
+    // At the end of "server-1", then 30 more characters.
+    step->Keys({KEY_DOWN, KEY_UP});
+    step->Type(".studio-broadcast.example-long");
+    step->Then(
+        [this]
+        {
+            // The end of the text is what is seen, the cursor after it.
+            const std::string row = step->Row(2);
+            EXPECT_NE(row.find("-broadcast.example-long"), std::string::npos) << row;
+            EXPECT_EQ(row.find("server-1"), std::string::npos) << row;
+        });
+    // The domain the same way.
+    step->Keys({KEY_UP});
+    step->Type(".branch-office.example.net");
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_EQ(step->GetHostname(), "server-1.studio-broadcast.example-long");
+    EXPECT_EQ(step->GetDnsInterface().domain, "example.com.branch-office.example.net");
+}
+
+TEST_F(NetworkForm, AHostNameStopsAtTwoHundredFiftyThreeCharacters)
+{
+    step->Linux();
+    step->Read("", "dhcp", "", "", "", "0.0.0.0", "0.0.0.0", "");
+    step->Type(Longest + "abcdef");
+    step->Then([this] { EXPECT_EQ(step->Buffer(ScriptedStep::Hostname).size(), 253u); });
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_EQ(step->GetHostname(), Longest);
+}
+
+TEST_F(NetworkForm, ADomainStopsAtTwoHundredFiftyThreeCharacters)
+{
+    const std::string domain = std::string(200, 'd') + "." + std::string(52, 'e');
+    ASSERT_EQ(domain.size(), 253u);
+    step->Linux();
+    step->Read("server-1", "dhcp", "", "", "", "10.0.0.1", "0.0.0.0", "");
+    step->Keys({KEY_UP});
+    step->Type(domain + "xyz");
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_EQ(step->GetDnsInterface().domain, domain);
+}
+
+TEST_F(NetworkForm, ADomainReadLongerThanTheFormTakesIsShownWholeAndRefused)
+{
+    const std::string domain = std::string(150, 'd') + "." + std::string(150, 'e');
+    step->Linux();
+    step->Read("server-1", "dhcp", "", "", "", "10.0.0.1", "0.0.0.0", domain);
+    step->Keys({Enter});
+    step->Then(
+        [this, domain]
+        {
+            EXPECT_EQ(step->GetDnsInterface().domain, domain);
+            const auto messages = step->Messages();
+            ASSERT_FALSE(messages.empty());
+            EXPECT_EQ(messages[0], "Invalid domain, here are the main constraints:");
+        });
+    // Shortened to the first 150 + 1 + 100, it is taken.
+    step->Keys({KEY_UP});
+    step->Erase(50);
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_EQ(step->GetDnsInterface().domain, domain.substr(0, 251));
+}
+
+TEST(NetworkStepDomain, TheResolverRulesAndAtMostTwoHundredFiftyThreeCharacters)
+{
+    EXPECT_TRUE(NetworkStep::IsDomainAccepted("corp.broadcaster-intl.net"));
+    EXPECT_TRUE(NetworkStep::IsDomainAccepted(std::string(253, 'a')));
+    EXPECT_FALSE(NetworkStep::IsDomainAccepted(std::string(254, 'a')));
+    EXPECT_FALSE(NetworkStep::IsDomainAccepted("1abc"));
+    EXPECT_FALSE(NetworkStep::IsDomainAccepted("example-"));
+    EXPECT_FALSE(NetworkStep::IsDomainAccepted(""));
+}
+
+TEST_F(NetworkForm, ADosVersionWithoutItsPartitionSaysSoAndEscapeLeaves)
+{
+    step->Dos();
+    step->Read("", "static", "", "", "", "", "", "");
+    step->DosPartitionUnavailable();
+    const std::string line = "The DOS partition cannot be mounted: nothing can be saved.";
+    step->Then(
+        [this, line]
+        {
+            EXPECT_EQ(step->Messages(), std::vector<std::string>{line});
+            EXPECT_EQ(step->GetBottomText(), "<ESC> return to the main menu");
+            // The form is there as for any DOS version.
+            EXPECT_EQ(step->Row(6).substr(0, 12), " IP Address:");
+        });
+    // A valid entry still cannot be saved: ENTER only says so again.
+    step->Type("10.0.0.6");
+    step->Keys({KEY_DOWN});
+    step->Type("255.0.0.0");
+    step->Keys({KEY_DOWN});
+    step->Type("10.0.0.1");
+    step->Keys({Enter});
+    step->Then([this, line] { EXPECT_EQ(step->Messages(), std::vector<std::string>{line}); });
+    step->Keys({Escape});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_FALSE(step->Accepted());
+    EXPECT_FALSE(step->IsSaveable());
+    EXPECT_EQ(step->MessageWindow(), nullptr);
+}
+
+TEST_F(NetworkForm, EscapeIsTypedTextWhenTheFormCanBeSaved)
+{
+    step->Dos();
+    step->Read("", "static", "10.0.0.5", "255.0.0.0", "10.0.0.1", "", "", "");
+    step->Keys({Escape});
+    step->Then([this] { EXPECT_EQ(step->GetBottomText(), "<ENTER> to apply configuration"); });
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_TRUE(step->Accepted());
+    EXPECT_TRUE(step->IsSaveable());
+    EXPECT_EQ(step->GetInterface().address, "10.0.0.5");
+}
+
+TEST(NetworkStepMessages, TheMessageWindowKeepsWithinTheContentWindow)
+{
+    // 25 lines: 20 content rows, ten for the messages; 24 lines: nine.
+    EXPECT_EQ(ScriptedStep::MessageRowsFor(20), 10);
+    EXPECT_EQ(ScriptedStep::MessageRowsFor(19), 9);
+    EXPECT_EQ(ScriptedStep::MessageRowsFor(43), 10);
+}
+
+// A terminal of 80x24, as a serial console without a size gives.
+class NetworkForm24 : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(screen.IsOpen());
+        resizeterm(24, 80);
+        step = std::make_unique<ScriptedStep>(reader);
+    }
+    void TearDown() override { step.reset(); }
+
+    Sandbox::TempDir dir{"/tmp/NetworkStepTest-"};
+    FileScreen screen{dir.Path()};
+    EepromReader reader{"/nonexistent/", "/nonexistent/", "/nonexistent/EepromReader"};
+    std::unique_ptr<ScriptedStep> step;
+};
+
+TEST_F(NetworkForm24, EveryMessageTheChecksStackIsShown)
+{
+    // The most the checks can stack: an invalid primary server excludes the
+    // two rules of a primary server left at zero.
+    step->Linux();
+    step->Read("server-1", "dhcp", "", "", "", "0.0.0.0", "8.8.8", "-x");
+    step->Keys({Enter});
+    EXPECT_FALSE(step->RunForm());
+    ASSERT_NE(step->MessageWindow(), nullptr);
+    EXPECT_EQ(getmaxy(step->MessageWindow()), 9);
+    EXPECT_EQ(getmaxy(step->ContentWindow()), 19);
+    const auto messages = step->Messages();
+    ASSERT_EQ(messages.size(), 8u);
+    EXPECT_EQ(messages[0], "Invalid dns secondary ip address");
+    EXPECT_EQ(messages[1], "Invalid domain, here are the main constraints:");
+    EXPECT_EQ(messages[5], "- Domain can be segmented with '.'");
+    EXPECT_EQ(messages[6], "Primary IP and domain should both be filled or left empty");
+    EXPECT_EQ(messages[7], "Secondary IP can't be set if primary isn't");
+}
+
+TEST_F(NetworkForm, AtANewTerminalSizeTheFrameFollowsAndTheFormStays)
+{
+    step->Linux();
+    step->Read(Longest, "static", "192.168.1.1", "255.255.255.0", "192.168.1.254", "10.0.0.1",
+               "0.0.0.0", "corp.broadcaster-intl.net");
+    step->Keys({KEY_DOWN});
+    step->Then(
+        [this]
+        {
+            resizeterm(24, 80);
+            step->Resized();
+            EXPECT_EQ(step->Height(), 22);
+            EXPECT_EQ(step->Width(), 76);
+            EXPECT_EQ(getmaxy(step->ContentWindow()), 19);
+            EXPECT_EQ(getmaxy(step->MessageWindow()), 9);
+            EXPECT_EQ(getbegy(step->BottomWindow()), 21);
+            // The help line is where the frame's last row now is.
+            EXPECT_EQ(Sandbox::FileScreen::Row(step->BottomWindow(), 1),
+                      "<ENTER> to apply configuration");
+            // The form is drawn as before.
+            EXPECT_EQ(step->Row(2), " Hostname:   " + Longest.substr(0, 24));
+            EXPECT_EQ(step->Row(8), Line(" Gateway:", 13, "192.168.1.254"));
+
+            resizeterm(30, 100);
+            step->Resized();
+            EXPECT_EQ(step->Height(), 28);
+            EXPECT_EQ(step->Width(), 96);
+            EXPECT_EQ(getmaxx(step->ContentWindow()), 96);
+            EXPECT_EQ(getmaxy(step->MessageWindow()), 10);
+            EXPECT_EQ(getbegy(step->BottomWindow()), 27);
+            EXPECT_EQ(Sandbox::FileScreen::Row(step->BottomWindow(), 1),
+                      "<ENTER> to apply configuration");
+            // The mode is current: its marker is drawn after it (read as ".").
+            EXPECT_EQ(step->Row(5),
+                      Line(Line(" Mode:", 13, "static  ."), 40, "Primary:   10.0.0.1"));
+        });
+    // The form goes on with what it had.
+    step->Keys({Enter});
+    ASSERT_TRUE(step->RunForm());
+    EXPECT_EQ(step->GetHostname(), Longest);
+    EXPECT_EQ(step->GetDnsInterface().domain, "corp.broadcaster-intl.net");
 }
 
 } // namespace

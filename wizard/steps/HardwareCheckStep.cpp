@@ -32,6 +32,16 @@ bool IsMemoryEnough(long reportedTotalRam)
     return ram > 511999999;
 }
 
+std::vector<std::string> WarningTexts(bool incompatibleBoard, bool memoryEnough)
+{
+    std::vector<std::string> warnings;
+    if (incompatibleBoard)
+        warnings.emplace_back("Incompatible Zarn board to install Vidorama");
+    if (!memoryEnough)
+        warnings.emplace_back("Not enough memory to install or start Vidorama");
+    return warnings;
+}
+
 } // namespace detail
 
 HardwareCheckStep::HardwareCheckStep() : WizardStep("Hardware check", "") {}
@@ -46,31 +56,30 @@ bool HardwareCheckStep::Run()
     return result;
 }
 
-bool HardwareCheckStep::CheckHardware()
+std::vector<std::string> HardwareCheckStep::CurrentWarnings()
 {
+    // Both checks run on every call, whatever the first found.
     const bool incompatibleBoard = detail::IsIncompatibleBoard(&Bios::IsRb417, &Bios::IsK9Q);
     const bool memoryEnough = detail::IsMemoryEnough(SystemTools::GetRamTotalSize());
-    ShowWarnings(incompatibleBoard, memoryEnough);
+    return detail::WarningTexts(incompatibleBoard, memoryEnough);
+}
+
+bool HardwareCheckStep::CheckHardware()
+{
+    ShowWarnings(CurrentWarnings());
     return true;
 }
 
-void HardwareCheckStep::ShowWarnings(bool incompatibleBoard, bool memoryEnough)
+void HardwareCheckStep::ShowWarnings(const std::vector<std::string>& warnings)
 {
     // Each warning has a row of its own, so both are read when both apply;
     // they reach the terminal at once, since the step returns without a pause
     // and the log keeps them for whoever looks later.
     int row = WarningRow;
-    if (incompatibleBoard)
+    for (const auto& warning : warnings)
     {
-        const char* warning = "Incompatible Zarn board to install Vidorama";
-        PrintInMiddle(_contentWindow, row++, 0, _width, warning, COLOR_PAIR(2));
-        InstallWizard::log(2, warning);
-    }
-    if (!memoryEnough)
-    {
-        const char* warning = "Not enough memory to install or start Vidorama";
-        PrintInMiddle(_contentWindow, row++, 0, _width, warning, COLOR_PAIR(2));
-        InstallWizard::log(2, warning);
+        PrintInMiddle(_contentWindow, row++, 0, _width, warning.c_str(), COLOR_PAIR(2));
+        InstallWizard::log(2, warning.c_str());
     }
     wrefresh(_contentWindow);
 }

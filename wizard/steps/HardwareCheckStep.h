@@ -3,6 +3,8 @@
 #include "WizardStep.h"
 
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace Kel
 {
@@ -22,6 +24,9 @@ bool IsIncompatibleBoard(const std::function<bool()>& isRb417, const std::functi
 // signed 32-bit count. -1 (no reading) and anything below 512,000,000 fail.
 bool IsMemoryEnough(long reportedTotalRam);
 
+// The warnings for what was found, board first, each one line.
+std::vector<std::string> WarningTexts(bool incompatibleBoard, bool memoryEnough);
+
 } // namespace detail
 
 // First screen of an installation: warns about a board the product does not
@@ -37,11 +42,14 @@ public:
     // Draws the warnings into the content window, shows them and logs them;
     // always true.
     bool CheckHardware();
+    // The warnings that apply to this server now (board, then memory), for a
+    // later screen that repeats them where the operator decides.
+    static std::vector<std::string> CurrentWarnings();
 
 protected:
     // Content row of the first warning; a second one goes on the next row.
     static const int WarningRow = 5;
-    void ShowWarnings(bool incompatibleBoard, bool memoryEnough);
+    void ShowWarnings(const std::vector<std::string>& warnings);
 };
 
 } // namespace InstallerWizard

@@ -5,12 +5,14 @@
 #include "InstallWizard.h"
 #include "MsDos.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <future>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace Kel
@@ -30,12 +32,21 @@ namespace
 {
 
 const int KeyEnter = 10;
+const int KeyEscape = 27;
 const int KeyTab = 9;
 const int KeySpace = ' ';
 // Terminals send backspace as DEL or as ^H when their description does not
 // map it to KEY_BACKSPACE.
 const int KeyDelete = 127;
 const int KeyControlH = 8;
+
+// The longest host name and domain the form takes; the field scrolls
+// horizontally past its visible width. Whether a name of that length is
+// valid (labels, total length) is the validation's to say.
+const int NameMaxLength = 253;
+
+const char* const DosUnavailableMessage =
+    "The DOS partition cannot be mounted: nothing can be saved.";
 
 const char* const PcLan1 = "pc_lan_1";
 const char* const NoServer = "0.0.0.0";
@@ -118,8 +129,9 @@ const char* const DomainMessages[] = {
     "- Domain can be segmented with '.'",
 };
 
-// A field's text copied out of the form (its buffer belongs to curses and is
-// padded to the field's width), trimmed as the field's kind wants.
+// A field's text copied out of the form, whole (its buffer belongs to curses;
+// it is padded to the field's width, or to what a scrolling field grew to),
+// trimmed as the field's kind wants.
 std::string FieldText(FIELD* field, bool ipAddress)
 {
     const char* buffer = field_buffer(field, 0);
@@ -183,14 +195,23 @@ bool NetworkStep::Run()
     ShowProgressPopup("Read network configuration", 5);
     std::future<void> reading =
         std::async(std::launch::async, [this] { ReadNetworkConfiguration(); });
-    WaitForTask(reading);
+    WaitForTask(reading, true);
 
-    CreateNetworkForm();
+    if (!CreateNetworkForm())
+    {
+        // Left with ESC: nothing to save into, so nothing is written and
+        // the workflow goes back to the main menu.
+        InstallWizard::log(2, "Network configuration not saved");
+        DestroyWindow();
+        networkTools.reset();
+        dnsTools.reset();
+        return false;
+    }
 
     ShowProgressPopup("Save network configuration", 5);
     std::future<bool> saving =
         std::async(std::launch::async, [this] { return SaveConfiguration(); });
-    const bool result = WaitForTask(saving);
+    const bool result = WaitForTask(saving, true);
     if (!result)
         InstallWizard::log(3, "Unable to save network configuration");
 
@@ -198,7 +219,7 @@ bool NetworkStep::Run()
     // learns the result.
     SetBottomText("<ENTER> to reboot");
     ShowProgressPopup("Installation is done, remove the USB key then press <ENTER>", 0);
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
     HideProgressPopup();
@@ -211,7 +232,26 @@ bool NetworkStep::Run()
 
 int NetworkStep::ReadKey()
 {
-    return wgetch(_contentWindow);
+    return ReadKeyFrom(_contentWindow);
+}
+
+bool NetworkStep::IsDosPartitionUnavailable() const
+{
+    return IsDosVersion() && dosPartitionUnavailable;
+}
+
+void NetworkStep::RedrawContent()
+{
+    if (form == nullptr)
+        return;
+    // The message window keeps to the rows the content window still has.
+    if (messageWindow != nullptr)
+    {
+        const int rows = MessageRows(getmaxy(_contentWindow));
+        if (rows > 0)
+            wresize(messageWindow, rows, getmaxx(messageWindow));
+    }
+    pos_form_cursor(form);
 }
 
 void NetworkStep::ReadNetworkConfiguration()
@@ -220,6 +260,7 @@ void NetworkStep::ReadNetworkConfiguration()
     pcLan1 = ZarnLinuxTools::NetworkInterface();
     hostname.clear();
     dns = ZarnLinuxTools::DnsInterface();
+    dosPartitionUnavailable = false;
 
     if (IsDosVersion())
         ReadDosNetworkConfiguration();
@@ -280,6 +321,9 @@ void NetworkStep::ReadDosNetworkConfiguration()
                                                 InstallPackage::DosMountPoint, false))
         {
             InstallWizard::log(3, "Unable to mount dos mount point");
+            // Its batch file could not be written either: the form says so
+            // and lets the operator leave.
+            dosPartitionUnavailable = true;
             return;
         }
     }
@@ -290,7 +334,14 @@ void NetworkStep::ReadDosNetworkConfiguration()
     InstallerLib::MsDos::ParseNetworkDosConfiguration(file, pcLan1);
 }
 
-void NetworkStep::CreateNetworkForm()
+int NetworkStep::MessageRows(int contentRows)
+{
+    // Ten rows where the content window has them; on a console of 24 lines
+    // nine, still more than the eight that the checks can stack at most.
+    return std::min(MessageWindowRows, contentRows - MessageWindowRow);
+}
+
+bool NetworkStep::CreateNetworkForm()
 {
     ReleaseNetworkForm();
     highlightedField = nullptr;
@@ -303,6 +354,16 @@ void NetworkStep::CreateNetworkForm()
         // filling it.
         field_opts_off(field, O_AUTOSKIP);
         fields[index] = field;
+    }
+    // Names longer than their field scroll in it instead of being cut: the
+    // text shown is the text checked and saved. A value read longer than the
+    // form takes is kept whole too, for the validation to refuse it.
+    const std::pair<int, size_t> names[] = {{HostnameField, hostname.size()},
+                                            {DomainField, dns.domain.size()}};
+    for (const auto& name : names)
+    {
+        field_opts_off(fields[name.first], O_STATIC);
+        set_max_field(fields[name.first], std::max(NameMaxLength, static_cast<int>(name.second)));
     }
     for (int index = HostnameLabel; index < FieldCount; ++index)
     {
@@ -347,16 +408,26 @@ void NetworkStep::CreateNetworkForm()
     set_form_sub(form, formWindow);
     post_form(form);
 
-    messageWindow = derwin(_contentWindow, 10, _width - 12, 10, 6);
+    messageWindow = derwin(_contentWindow, MessageRows(getmaxy(_contentWindow)), _width - 12,
+                           MessageWindowRow, 6);
     wattrset(messageWindow, COLOR_PAIR(6));
 
     if (IsDosVersion())
         UpdateDosConfigurationVisibility();
     UpdatePcLan1StaticConfigurationVisibility();
 
+    // Without its partition a DOS entry has nowhere to go: said at once, and
+    // ESC leaves.
+    const bool unsaveable = IsDosPartitionUnavailable();
+    if (unsaveable)
+    {
+        mvwprintw(messageWindow, 0, 0, "%s", DosUnavailableMessage);
+        wsyncup(messageWindow);
+    }
+
     wrefresh(_contentWindow);
     ShowCurrentField();
-    SetBottomText("<ENTER> to apply configuration");
+    SetBottomText(unsaveable ? "<ESC> return to the main menu" : "<ENTER> to apply configuration");
 
     // Only a valid entry leaves the form.
     for (;;)
@@ -400,6 +471,14 @@ void NetworkStep::CreateNetworkForm()
             }
             break;
         case KeyEnter:
+            if (unsaveable)
+            {
+                werase(messageWindow);
+                mvwprintw(messageWindow, 0, 0, "%s", DosUnavailableMessage);
+                wrefresh(messageWindow);
+                pos_form_cursor(form);
+                break;
+            }
             // A field whose type refuses the text still reaches the checks
             // below, which name what is wrong.
             form_driver(form, REQ_VALIDATION);
@@ -407,9 +486,18 @@ void NetworkStep::CreateNetworkForm()
             {
                 ReleaseNetworkForm();
                 curs_set(0);
-                return;
+                return true;
             }
             pos_form_cursor(form);
+            break;
+        case KeyEscape:
+            if (unsaveable)
+            {
+                ReleaseNetworkForm();
+                curs_set(0);
+                return false;
+            }
+            form_driver(form, key);
             break;
         default:
             form_driver(form, key);
@@ -531,6 +619,14 @@ void NetworkStep::TrimIpAddress(char* text)
     TrimValue(text);
 }
 
+bool NetworkStep::IsDomainAccepted(const std::string& domain)
+{
+    // A name of the resolver is at most 253 characters long, as the field
+    // takes; a longer one read from the installed system is refused.
+    return domain.size() <= static_cast<size_t>(NameMaxLength) &&
+           DnsTools::ValidateDomain(domain.c_str());
+}
+
 bool NetworkStep::ValidateNetworkForm()
 {
     werase(messageWindow);
@@ -586,7 +682,7 @@ bool NetworkStep::ValidateNetworkForm()
             write("Invalid dns primary ip address");
         if (!DnsTools::ValidateIpAddress(dns.secondaryServer.c_str()))
             write("Invalid dns secondary ip address");
-        if (!dns.domain.empty() && !DnsTools::ValidateDomain(dns.domain.c_str()))
+        if (!dns.domain.empty() && !IsDomainAccepted(dns.domain))
         {
             for (const char* message : DomainMessages)
                 write(message);

@@ -50,12 +50,16 @@ public:
     // Four dotted integers rewritten without padding or leading zeros, in
     // place; any other text only trimmed.
     static void TrimIpAddress(char* text);
+    // The domain rules of the resolver tools, and at most 253 characters.
+    static bool IsDomainAccepted(const std::string& domain);
 
 protected:
     void ReadNetworkConfiguration();
     void ReadLinuxNetworkConfiguration();
     void ReadDosNetworkConfiguration();
-    void CreateNetworkForm();
+    // True when the operator entered a valid form; false when he left it
+    // with ESC, which only a DOS version without its partition allows.
+    bool CreateNetworkForm();
     void ShowCurrentField();
     void UpdatePcLan1StaticConfigurationVisibility();
     void UpdateDosConfigurationVisibility();
@@ -67,6 +71,17 @@ protected:
     // The next key of the form; a seam for driving the form without a
     // keyboard.
     virtual int ReadKey();
+    // At a new terminal size: the message window kept within the content
+    // window, the cursor back in its field.
+    void RedrawContent() override;
+
+    // The message window's rows for a content window of that many rows.
+    static int MessageRows(int contentRows);
+    static constexpr int MessageWindowRow = 10;
+    static constexpr int MessageWindowRows = 10;
+    // A DOS version whose partition could not be mounted: nothing can be
+    // saved.
+    bool IsDosPartitionUnavailable() const;
 
     // Unposts and frees the form, then its fields, then deletes the form's
     // sub-window and the message window; nothing when there is no form.
@@ -90,6 +105,7 @@ protected:
     ZarnLinuxTools::NetworkInterface pcLan1;
     std::string hostname;
     ZarnLinuxTools::DnsInterface dns;
+    bool dosPartitionUnavailable = false;
 };
 
 } // namespace InstallerWizard

@@ -6,6 +6,7 @@
 #include "DiskTools.h"
 #include "EepromInfo.h"
 #include "EepromReader.h"
+#include "HardwareCheckStep.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
 #include "MsDos.h"
@@ -247,10 +248,20 @@ bool PartitionStep::ReFormatPartition()
     int row = 6;
     for (const auto& line : DescribePlan())
         mvwprintw(_contentWindow, row++, 3, "%s", line.c_str());
+    // What the hardware check warned about is said again here, where the
+    // operator decides, under the plan with a free row between.
+    const auto rows =
+        ConfirmationWarningRows(row, getmaxy(_contentWindow), HardwareCheckStep::CurrentWarnings());
+    for (const auto& warning : rows)
+    {
+        wattron(_contentWindow, COLOR_PAIR(4) | A_BOLD);
+        mvwprintw(_contentWindow, warning.first, 3, "%s", warning.second.c_str());
+        wattroff(_contentWindow, COLOR_PAIR(4) | A_BOLD);
+    }
     wrefresh(_contentWindow);
     for (;;)
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKeyFrom(_contentWindow);
         if (key == 'y' || key == 'Y')
         {
             InstallWizard::log(0, "Perform a format and install");
@@ -263,6 +274,25 @@ bool PartitionStep::ReFormatPartition()
             return false;
         }
     }
+}
+
+std::vector<std::pair<int, std::string>>
+PartitionStep::ConfirmationWarningRows(int firstFreeRow, int contentRows,
+                                       const std::vector<std::string>& warnings)
+{
+    // A free row between the plan and the warnings when there is room for
+    // it; never a row outside the content window.
+    int row = firstFreeRow + 1;
+    if (row + static_cast<int>(warnings.size()) > contentRows)
+        row = firstFreeRow;
+    std::vector<std::pair<int, std::string>> rows;
+    for (const auto& warning : warnings)
+    {
+        if (row >= contentRows)
+            break;
+        rows.emplace_back(row++, warning);
+    }
+    return rows;
 }
 
 std::vector<std::string> PartitionStep::DescribePlan() const
@@ -347,7 +377,7 @@ bool PartitionStep::Run()
             ShowProgressPopup("Disk partitioning", 5);
             std::future<bool> changes =
                 std::async(std::launch::async, [this] { return ApplyPartitionsChanges(); });
-            result = WaitForTask(changes);
+            result = WaitForTask(changes, true);
             if (!result)
             {
                 ShowFailure("Disk not correctly prepared for installation!",

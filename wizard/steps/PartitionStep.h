@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Disk.h"
@@ -51,6 +52,12 @@ public:
     // What the plan destroys and makes, in plain words, one line each (at
     // most 66 characters), as the confirmation lists them under the disk.
     std::vector<std::string> DescribePlan() const;
+    // Where the confirmation repeats the hardware warnings: from the first
+    // row under the plan, a free row left between when the content window
+    // (contentRows high) has room for it; what would fall outside is left out.
+    static std::vector<std::pair<int, std::string>>
+    ConfirmationWarningRows(int firstFreeRow, int contentRows,
+                            const std::vector<std::string>& warnings);
 
     // Carries out the plan as root; runs on the worker thread and never draws.
     bool ApplyPartitionsChanges();
