@@ -184,6 +184,8 @@ bool NetworkStep::Run()
     std::future<void> reading =
         std::async(std::launch::async, [this] { ReadNetworkConfiguration(); });
     WaitForTask(reading);
+    if (proposal)
+        proposal(pcLan1, hostname, dns);
 
     CreateNetworkForm();
 
