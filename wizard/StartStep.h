@@ -22,7 +22,7 @@ public:
     static const char* const installTitle;
     static const char* const bootTitle;
     // The operation code when the unattended installation's countdown ran out.
-    static const int UnattendedInstallation = 14;
+    static constexpr int UnattendedInstallation = 14;
 
     StartStep();
     ~StartStep() override;

@@ -323,4 +323,127 @@ TEST_F(UnattendedOnABlankDisk, TheCountdownInstallsTheBlankDiskWithNoKeyPressed)
     EXPECT_NE(outside.find("search example.com"), std::string::npos) << outside;
 }
 
+// Two 4 GiB disks: /dev/vda holds a DOS installation, /dev/vdb is blank. The
+// key holds a package and a copy of it with bytes changed in its middle.
+class UnattendedRefusals : public AutoInstallSuite
+{
+protected:
+    static std::unique_ptr<Sandbox::SparseImage> _installed;
+    static std::unique_ptr<Sandbox::SparseImage> _blank;
+
+    static void SetUpTestSuite()
+    {
+        _files = std::make_unique<Sandbox::TempDir>("/tmp/wizard-autorefusals-");
+        _installed =
+            std::make_unique<Sandbox::SparseImage>(_files->Path() + "/installed.img", 4ULL << 30);
+        _blank = std::make_unique<Sandbox::SparseImage>(_files->Path() + "/blank.img", 4ULL << 30);
+        auto options = SuiteDefaults();
+        options.disks = {_installed->Path(), _blank->Path()};
+        options.setupScript +=
+            std::string(WIZARD_SOURCE_DIR) +
+            "/scripts/make-sample-packages.sh /mnt/USB/Packages --linux 12.05.01.3456 "
+            ">/dev/null\n"
+            "cd /mnt/USB/Packages && size=$(stat -c %s Vidorama_12.05.01.3456.tar.gz) && "
+            "cp Vidorama_12.05.01.3456.tar.gz Vidorama_12.07.02.1.tar.gz && "
+            "printf 'XXXXXXXXXXXXXXXX' | dd of=Vidorama_12.07.02.1.tar.gz bs=1 "
+            "seek=$((size / 2)) conv=notrunc 2>/dev/null; cd /\n"
+            "parted -s /dev/vda mklabel msdos mkpart primary fat16 2048s 4196351s set 1 boot on\n"
+            "udevadm settle\n"
+            "mkfs.fat -F 16 -n DOS /dev/vda1 >/dev/null\n";
+        StartGuest(options);
+    }
+
+    static void TearDownTestSuite()
+    {
+        GuestSuite::TearDownTestSuite();
+        _installed.reset();
+        _blank.reset();
+        _files.reset();
+    }
+
+    // Both disks as the setup left them.
+    void ExpectDisksUntouched()
+    {
+        const std::string installed = GuestOutput("parted -m -s /dev/vda unit s print 2>&1");
+        EXPECT_NE(installed.find("1:2048s:4196351s:4194304s:fat16:"), std::string::npos)
+            << installed;
+        EXPECT_EQ(installed.find("\n2:"), std::string::npos) << installed;
+        EXPECT_NE(PartitionTable("/dev/vdb").find("Partition Table: unknown"), std::string::npos);
+    }
+
+    // Starts at once, shows the refusal with its line, back to the menu on ENTER.
+    void ExpectRefused(const std::string& line)
+    {
+        Start(Wizard() + " -a");
+        ASSERT_TRUE(WaitFor(Refused, 60)) << Screen();
+        EXPECT_NE(Screen().find(line), std::string::npos) << Screen();
+        EXPECT_NE(Screen().find(NothingWritten), std::string::npos) << Screen();
+        Keys({"Enter"});
+        ExitToShell("5");
+        const Json::Value report = TakeReport();
+        EXPECT_EQ(report["outcome"].asString(), "failed");
+        EXPECT_EQ(report["reason"].asString(), line);
+        ExpectDisksUntouched();
+    }
+};
+
+std::unique_ptr<Sandbox::SparseImage> UnattendedRefusals::_installed;
+std::unique_ptr<Sandbox::SparseImage> UnattendedRefusals::_blank;
+
+TEST_F(UnattendedRefusals, TwoMatchingDisksAreRefused)
+{
+    AnswerFile(R"({"format": true, "disk": {"model": "Virtio Block Device"}})");
+    ExpectRefused(
+        "\"disk\": {\"model\": \"Virtio Block Device\"}: matches 2 disks: /dev/vda /dev/vdb");
+}
+
+TEST_F(UnattendedRefusals, AnInstalledDiskIsNotReplacedUnlessAllowed)
+{
+    AnswerFile(R"({"format": true, "disk": {"path": "/dev/vda"}, "replaceExisting": false,
+                   "finish": "reboot"})");
+    ExpectRefused("\"replaceExisting\": false: /dev/vda already holds an installation");
+}
+
+TEST_F(UnattendedRefusals, ADamagedPackageFailsWithoutARestart)
+{
+    AnswerFile(R"({"format": true, "disk": {"path": "/dev/vdb"},
+                   "package": "Vidorama_12.07.02.1.tar.gz", "finish": "reboot"})");
+    Start(Wizard() + " -a");
+    ASSERT_TRUE(WaitFor(Failed, 1200)) << Screen();
+    const std::string screen = Screen();
+    EXPECT_NE(screen.find("Vidorama_12.07.02.1.tar.gz is damaged"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("Report: /mnt/USB/reports/DEMO-0001-"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("<ENTER> return to the main menu"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find(NothingWritten), std::string::npos) << screen;
+
+    // The report is there before anyone presses a key.
+    const Json::Value report = TakeReport();
+    EXPECT_EQ(report["outcome"].asString(), "failed");
+    EXPECT_NE(report["reason"].asString().find("Vidorama_12.07.02.1.tar.gz is damaged"),
+              std::string::npos)
+        << report["reason"].asString();
+    EXPECT_NE(report["reason"].asString().find("Installation failed!"), std::string::npos);
+    EXPECT_EQ(report["disk"]["path"].asString(), "/dev/vdb");
+    EXPECT_EQ(report["package"]["file"].asString(), "Vidorama_12.07.02.1.tar.gz");
+    EXPECT_TRUE(report["network"].isNull());
+
+    // No restart: the screen stays until ENTER, then the main menu.
+    Guest().Run("sleep 5");
+    EXPECT_FALSE(Guest().WaitEnded(0));
+    EXPECT_NE(Screen().find(Failed), std::string::npos) << Screen();
+    Keys({"Enter"});
+    ExitToShell("5");
+    const auto messages = LogMessages();
+    EXPECT_TRUE(InOrder(messages, {"0 Selected disk: /dev/vdb", "0 Perform a format and install",
+                                   "3 Installation failed!"}))
+        << Log();
+    EXPECT_TRUE(std::any_of(messages.begin(), messages.end(),
+                            [](const std::string& line)
+                            { return line.rfind("3 Unattended installation failed: ", 0) == 0; }))
+        << Log();
+    // The DOS disk was not touched.
+    const std::string installed = GuestOutput("parted -m -s /dev/vda unit s print 2>&1");
+    EXPECT_EQ(installed.find("\n2:"), std::string::npos) << installed;
+}
+
 } // namespace
