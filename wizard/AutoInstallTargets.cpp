@@ -2,6 +2,7 @@
 
 #include "SelectDiskStep.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Kel
@@ -91,9 +92,14 @@ bool AutoInstallTargets::ChooseDisk(const AutoInstallAnswers::DiskFilter& filter
     }
     if (matches.size() > 1)
     {
-        problem.reason = "matches " + std::to_string(matches.size()) + " disks:";
+        // By name: the same text whatever order the disks were found in.
+        std::vector<std::string> paths;
         for (size_t i : matches)
-            problem.reason += " " + disks[i].path;
+            paths.push_back(disks[i].path);
+        std::sort(paths.begin(), paths.end());
+        problem.reason = "matches " + std::to_string(matches.size()) + " disks:";
+        for (const std::string& path : paths)
+            problem.reason += " " + path;
         return false;
     }
     const Disk& disk = disks[matches.front()];

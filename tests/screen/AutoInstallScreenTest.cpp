@@ -372,11 +372,15 @@ protected:
     }
 
     // Starts at once, shows the refusal with its line, back to the menu on ENTER.
-    void ExpectRefused(const std::string& line)
+    // shown: the screen rows of a line longer than one row.
+    void ExpectRefused(const std::string& line, const std::vector<std::string>& shown = {})
     {
         Start(Wizard() + " -a");
         ASSERT_TRUE(WaitFor(Refused, 60)) << Screen();
-        EXPECT_NE(Screen().find(line), std::string::npos) << Screen();
+        if (shown.empty())
+            EXPECT_NE(Screen().find(line), std::string::npos) << Screen();
+        else
+            EXPECT_TRUE(InOrder(Rows(Screen()), shown)) << Screen();
         EXPECT_NE(Screen().find(NothingWritten), std::string::npos) << Screen();
         Keys({"Enter"});
         ExitToShell("5");
@@ -394,7 +398,9 @@ TEST_F(UnattendedRefusals, TwoMatchingDisksAreRefused)
 {
     AnswerFile(R"({"format": true, "disk": {"model": "Virtio Block Device"}})");
     ExpectRefused(
-        "\"disk\": {\"model\": \"Virtio Block Device\"}: matches 2 disks: /dev/vda /dev/vdb");
+        "\"disk\": {\"model\": \"Virtio Block Device\"}: matches 2 disks: /dev/vda /dev/vdb",
+        {"     \"disk\": {\"model\": \"Virtio Block Device\"}: matches 2 disks: /dev/vda",
+         "     /dev/vdb"});
 }
 
 TEST_F(UnattendedRefusals, AnInstalledDiskIsNotReplacedUnlessAllowed)

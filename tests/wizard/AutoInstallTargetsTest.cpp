@@ -98,7 +98,7 @@ TEST(AutoInstallTargets, NoFilterOnSeveralDisksIsRefused)
     size_t index = 99;
     AutoInstallProblem problem;
     EXPECT_FALSE(AutoInstallTargets::ChooseDisk({}, Disks, index, problem));
-    EXPECT_EQ(problem.Text(), "\"disk\": {}: matches 3 disks: /dev/vda /dev/vdb /dev/nvme0n1");
+    EXPECT_EQ(problem.Text(), "\"disk\": {}: matches 3 disks: /dev/nvme0n1 /dev/vda /dev/vdb");
 }
 
 TEST(AutoInstallTargets, AUsbDiskIsNeverATarget)
