@@ -48,7 +48,7 @@ while [[ $# -gt 0 ]]; do
     --keep) keep=${2:?--keep needs a directory}; shift 2 ;;
     --auto) auto_file=${2:?--auto needs an answer file}; shift 2 ;;
     --) shift; wizard_args+=("$@"); break ;;
-    -h|--help) sed -n '2,24p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,23p' "$0"; exit 0 ;;
     *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
   esac
 done
