@@ -16,6 +16,10 @@
 #   --usb-disk       also a 1 GiB USB disk, which the wizard must not offer
 #   --disk-kind K    the target disk as virtio (default, /dev/vda), nvme
 #                    (/dev/nvme0n1) or sd (an SD card, /dev/mmcblk0)
+#   --auto FILE      FILE as the key's answer file "autoinstall.json": the
+#                    main menu counts down to an unattended installation
+#                    (add "-- -a" to start it at once); the reports it writes
+#                    on the key are shown at the end
 #   --keep DIR       keep the images, the log and the guest's files in DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -29,6 +33,7 @@ small_disk=0
 usb_disk=0
 disk_kind=virtio
 keep=
+auto_file=
 wizard_args=()
 while [[ $# -gt 0 ]]; do
   case $1 in
@@ -41,8 +46,9 @@ while [[ $# -gt 0 ]]; do
     --usb-disk) usb_disk=1; shift ;;
     --disk-kind) disk_kind=${2:?--disk-kind needs virtio, nvme or sd}; shift 2 ;;
     --keep) keep=${2:?--keep needs a directory}; shift 2 ;;
+    --auto) auto_file=${2:?--auto needs an answer file}; shift 2 ;;
     --) shift; wizard_args+=("$@"); break ;;
-    -h|--help) sed -n '2,20p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,23p' "$0"; exit 0 ;;
     *) echo "demo: unknown option $1 (see --help)" >&2; exit 2 ;;
   esac
 done
@@ -63,6 +69,11 @@ case $target in
   *[0-9]) target_part=${target}p ;;
   *) target_part=$target ;;
 esac
+if [[ -n $auto_file && ! -f $auto_file ]]; then
+  echo "demo: no answer file $auto_file" >&2
+  exit 2
+fi
+[[ -n $auto_file ]] && auto_file=$(cd "$(dirname "$auto_file")" && pwd)/$(basename "$auto_file")
 if [[ $small_disk == 1 && $installed == 1 ]]; then
   echo "demo: a 2 GiB disk is too small to hold an installation" >&2
   exit 2
@@ -105,6 +116,7 @@ rm -rf "$work/usbkey"
 cp -a sample/usbkey "$work/usbkey"
 scripts/make-sample-packages.sh "$work/usbkey/Packages" \
   --linux 12.05.01.3456 --linux 12.06.02.3501 --dos 120501 >/dev/null
+[[ -n $auto_file ]] && cp "$auto_file" "$work/usbkey/autoinstall.json"
 
 mkdir -p "$work/io"
 run="$work/io/demo-run.sh"
@@ -133,11 +145,22 @@ DISK
 ( while :; do cat /dev/nvram > /io/cmos.tmp 2>/dev/null && mv -f /io/cmos.tmp /io/cmos; sleep 1; done ) &
 CMOS
   fi
+  if [[ -n $auto_file ]]; then
+    # The key's changes stay in the guest: its reports go to /io/reports
+    # every second (a restart leaves no time afterwards) and once at the end.
+    cat <<'REPORTS'
+mkdir -p /io/reports
+( while :; do [ -d /mnt/USB/reports ] && cp -a /mnt/USB/reports/. /io/reports/ 2>/dev/null; sleep 1; done ) &
+REPORTS
+  fi
   printf 'status=0\n%q' "$build/wizard/InstallWizard"
   for a in "${wizard_args[@]}"; do printf ' %q' "$a"; done
   echo ' || status=$?'
   if [[ $board == rb417 ]]; then
     echo 'cat /dev/nvram > /io/cmos.tmp 2>/dev/null && mv -f /io/cmos.tmp /io/cmos'
+  fi
+  if [[ -n $auto_file ]]; then
+    echo '[ -d /mnt/USB/reports ] && cp -a /mnt/USB/reports/. /io/reports/ 2>/dev/null || true'
   fi
   echo 'exit $status'
 } > "$run"
@@ -190,6 +213,18 @@ if [[ $board == rb417 ]]; then
   else
     echo "BIOS settings (CMOS): unchanged"
   fi
+fi
+if [[ -n $auto_file ]]; then
+  echo
+  echo "Unattended installation reports on the key:"
+  found=0
+  for report in "$work"/io/reports/*.json; do
+    [[ -f $report ]] || continue
+    found=1
+    echo "  $(basename "$report"):"
+    sed 's/^/    /' "$report"
+  done
+  [[ $found == 1 ]] || echo "  (none)"
 fi
 echo
 echo "Last lines of installer.log:"

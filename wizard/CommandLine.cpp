@@ -9,12 +9,21 @@ namespace Vidorama
 namespace InstallerWizard
 {
 
+namespace
+{
+
+// A long option without a short one.
+const int NoAuto = 256;
+
+} // namespace
+
 void CommandLineOptions::Parse(int argc, char* argv[])
 {
     static const option longOptions[] = {
         {"maintenance", no_argument, nullptr, 'm'},    {"install", no_argument, nullptr, 'i'},
         {"timer", no_argument, nullptr, 't'},          {"message", required_argument, nullptr, 'e'},
-        {"show-revisions", no_argument, nullptr, 'r'}, {nullptr, 0, nullptr, 0},
+        {"show-revisions", no_argument, nullptr, 'r'}, {"auto", no_argument, nullptr, 'a'},
+        {"no-auto", no_argument, nullptr, NoAuto},     {nullptr, 0, nullptr, 0},
     };
 
     // getopt keeps global state; 0 asks glibc for a full restart of the scan.
@@ -22,7 +31,7 @@ void CommandLineOptions::Parse(int argc, char* argv[])
     // curses owns the screen: getopt must not print its own diagnostics.
     opterr = 0;
     int c;
-    while ((c = getopt_long(argc, argv, "mite:r", longOptions, nullptr)) != -1)
+    while ((c = getopt_long(argc, argv, "mite:ra", longOptions, nullptr)) != -1)
     {
         switch (c)
         {
@@ -42,6 +51,14 @@ void CommandLineOptions::Parse(int argc, char* argv[])
             break;
         case 'e':
             message = optarg;
+            break;
+        case 'a':
+            autoNow = true;
+            noAuto = false;
+            break;
+        case NoAuto:
+            noAuto = true;
+            autoNow = false;
             break;
         default:
             break;

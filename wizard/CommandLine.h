@@ -18,8 +18,13 @@ struct CommandLineOptions
     bool timer = false;
     bool showRevisions = false;
     std::string message;
+    // An answer file on the key: installed at once (-a, --auto), or never
+    // looked at (--no-auto); by default the main menu counts down before it.
+    // The last of the two wins.
+    bool autoNow = false;
+    bool noAuto = false;
 
-    // Parses argv with getopt_long ("mite:r"). Unknown options and missing
+    // Parses argv with getopt_long ("mite:ra"). Unknown options and missing
     // arguments are ignored silently: no usage text ever reaches the console.
     void Parse(int argc, char* argv[]);
 };

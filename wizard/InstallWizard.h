@@ -1,10 +1,13 @@
 #pragma once
 
+#include "AutoInstallAnswers.h"
+#include "AutoInstallReport.h"
+#include "AutoInstallStep.h"
 #include "AvailableVersionsStep.h"
 #include "BiosStep.h"
 #include "ChangeVersionStep.h"
-#include "ConfigurationLinesStep.h"
 #include "CommandLine.h"
+#include "ConfigurationLinesStep.h"
 #include "EepromReader.h"
 #include "HWMaintenanceStep.h"
 #include "HardwareCheckStep.h"
@@ -64,9 +67,25 @@ public:
     bool ClearConfigurationLines();
     // Loads BIOS settings from the main menu and restarts after success.
     bool ResetBios();
+    // The installation chain with the answers of the key's answer file, each
+    // screen answered as the operator would; leaves a report on the key. True
+    // only when it ended and the restart request failed.
+    bool InstallUnattended();
 
 private:
     static std::ofstream* _log;
+    // The failures (level 3) logged since this was last cleared, in order:
+    // the reason an unattended installation names when a step gives up.
+    static std::string _lastFailure;
+
+    // Whether this start may look at the answer file at all.
+    bool MayInstallUnattended() const;
+    // Shows why the run stopped, writes the report and waits for ENTER.
+    bool FailUnattended(AutoInstallReport& report, const std::string& heading,
+                        const std::string& reason, bool diskUntouched);
+    // Writes the report; its path, or why it could not be written.
+    std::string WriteReport(AutoInstallReport& report, bool& written);
+    bool RunUnattendedChain(const AutoInstallAnswers& answers, AutoInstallReport& report);
 
     // Built once, in this order, and reused for every visit of the main loop.
     InstallerLib::EepromReader _eepromReader;
@@ -85,6 +104,10 @@ private:
     ConfigurationLinesStep _configurationLinesStep;
     BiosStep _biosStep;
     HWMaintenanceStep _hwMaintenanceStep;
+    AutoInstallStep _autoInstallStep;
+
+    bool _autoNow = false;
+    bool _noAuto = false;
 };
 
 } // namespace InstallerWizard

@@ -11,6 +11,7 @@ namespace InstallerWizard
 
 // Never closed: the stream lives to the end of the process.
 std::ofstream* InstallWizard::_log = nullptr;
+std::string InstallWizard::_lastFailure;
 
 void InstallWizard::log(int level, const char* message)
 {
@@ -20,6 +21,9 @@ void InstallWizard::log(int level, const char* message)
         _log = new std::ofstream("installer.log", std::ios::out | std::ios::trunc);
         log(0, "Log created!");
     }
+
+    if (level == 3)
+        _lastFailure += (_lastFailure.empty() ? "" : "; ") + std::string(message);
 
     char stamp[100];
     const time_t now = time(nullptr);

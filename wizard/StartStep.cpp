@@ -5,6 +5,8 @@
 #include "WrapText.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 
 #include <sstream>
 
@@ -28,6 +30,9 @@ const char* const BootNames[] = {"1", "2", "3", "4", "5", "6", "7", "8", "9"};
 const char* const SubMenuNames[] = {"1", "2", "3"};
 
 const int CountdownSeconds = 7;
+const int UnattendedSeconds = 10;
+const char* const UnattendedCountdown =
+    "Unattended installation in %d seconds, any key for the menu";
 // Content rows of the -e message and of the countdown under it.
 const int MessageRow = 15;
 const int CountdownRow = 16;
@@ -85,7 +90,7 @@ void StartStep::DrawMessage()
             // for the countdown when there can be one.
             const std::vector<std::string> lines = WrapText(_message, _width);
             const int count = static_cast<int>(lines.size());
-            const int reserved = (_runningFromDisk && _timer) ? 1 : 0;
+            const int reserved = ((_runningFromDisk && _timer) || _unattendedCountdown) ? 1 : 0;
             const int first = std::max(std::min(next, rows - reserved - count), belowMenu);
             for (int i = 0; i < count && first + i < rows; ++i)
                 PrintInMiddle(_contentWindow, first + i, 0, _width,
@@ -195,21 +200,50 @@ void StartStep::DisplayMenu()
 void StartStep::DrawCountdown(int seconds)
 {
     wattron(_contentWindow, A_BOLD | COLOR_PAIR(4));
-    mvwprintw(_contentWindow, _countdownRow, (_width - 34) / 2, "Automatically start in %d seconds",
-              seconds);
+    if (_countingToUnattended)
+    {
+        // Too long for the start countdown's column: centred, one blank
+        // more at its end once the number has only one digit.
+        char text[128];
+        snprintf(text, sizeof(text), UnattendedCountdown, seconds);
+        const int length = static_cast<int>(std::strlen(text));
+        mvwprintw(_contentWindow, _countdownRow, std::max(0, (_width - length - 1) / 2), "%s ",
+                  text);
+    }
+    else
+    {
+        mvwprintw(_contentWindow, _countdownRow, (_width - 34) / 2,
+                  "Automatically start in %d seconds", seconds);
+    }
     wattroff(_contentWindow, A_BOLD | COLOR_PAIR(4));
     wrefresh(_contentWindow);
 }
 
+void StartStep::ClearCountdown()
+{
+    wattron(_contentWindow, COLOR_PAIR(2));
+    if (_countingToUnattended)
+    {
+        wmove(_contentWindow, _countdownRow, 0);
+        wclrtoeol(_contentWindow);
+    }
+    else
+    {
+        mvwprintw(_contentWindow, _countdownRow, (_width - 34) / 2, "%33s", "");
+    }
+    wattroff(_contentWindow, COLOR_PAIR(2));
+}
+
 void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
 {
+    const int seconds = _countingToUnattended ? UnattendedSeconds : CountdownSeconds;
     if (autoStart)
     {
-        DrawCountdown(CountdownSeconds);
+        DrawCountdown(seconds);
         wtimeout(_contentWindow, 1000);
     }
     _selection = -1;
-    int counter = CountdownSeconds;
+    int counter = seconds;
 
     for (;;)
     {
@@ -225,15 +259,14 @@ void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
                 DrawCountdown(counter);
                 if (counter < 1)
                 {
-                    _selection = 1;
+                    _selection = _countingToUnattended ? UnattendedInstallation : 1;
+                    wtimeout(_contentWindow, -1);
                     return;
                 }
                 continue;
             }
             // Any key cancels the countdown for good and is then acted upon.
-            wattron(_contentWindow, COLOR_PAIR(2));
-            mvwprintw(_contentWindow, _countdownRow, (_width - 34) / 2, "%33s", "");
-            wattroff(_contentWindow, COLOR_PAIR(2));
+            ClearCountdown();
             wtimeout(_contentWindow, -1);
             autoStart = false;
         }
@@ -268,8 +301,11 @@ void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
 bool StartStep::Run()
 {
     CreateWindow();
-    const bool autoStart = _runningFromDisk && _timer && _firstRun;
+    // Never from the installed disk: there the answer file is not looked at.
+    _countingToUnattended = _unattendedCountdown && _firstRun && !_runningFromDisk;
+    const bool autoStart = (_runningFromDisk && _timer && _firstRun) || _countingToUnattended;
     ReadMenuSelection(autoStart, false);
+    _countingToUnattended = false;
     _firstRun = false;
     _lastPosition = item_index(current_item(_menu));
 

@@ -21,6 +21,8 @@ class StartStep : public WizardStep
 public:
     static const char* const installTitle;
     static const char* const bootTitle;
+    // The operation code when the unattended installation's countdown ran out.
+    static constexpr int UnattendedInstallation = 14;
 
     StartStep();
     ~StartStep() override;
@@ -46,6 +48,10 @@ public:
     void SetHardwareMaintenanceAvailable(bool value) { _hardwareMaintenanceAvailable = value; }
     void SetBiosResetAvailable(bool value) { _biosResetAvailable = value; }
     void SetMessage(const char* message) { _message = message; }
+    // An answer file waits on the key: the first menu counts down to the
+    // unattended installation, and any key stops it.
+    void SetUnattendedCountdown(bool value) { _unattendedCountdown = value; }
+    bool GetUnattendedCountdown() const { return _unattendedCountdown; }
 
 protected:
     void CreateInstallMenu();
@@ -65,6 +71,7 @@ private:
     void BuildItems(const std::vector<Entry>& entries, int count, const char* const names[]);
     void FreeMenu();
     void DrawCountdown(int seconds);
+    void ClearCountdown();
     void DrawMessage();
 
     bool _runningFromDisk;
@@ -86,6 +93,10 @@ private:
 
     // The countdown runs at most once per process.
     bool _firstRun = true;
+    bool _unattendedCountdown = false;
+    // The countdown of this Run(): the unattended installation's instead of
+    // the start of the installed version.
+    bool _countingToUnattended = false;
     // Item texts must outlive the items; the version label is computed once.
     std::string _startVersionLabel;
     bool _startVersionLabelSet = false;

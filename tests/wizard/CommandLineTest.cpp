@@ -130,3 +130,28 @@ TEST(CommandLine, ParsingTwiceInOneProcessStartsAfresh)
     EXPECT_TRUE(Parse({"-i"}).runningFromUsbKey);
     EXPECT_TRUE(Parse({"-t"}).timer);
 }
+
+TEST(CommandLine, AutoStartsTheAnswerFileAtOnce)
+{
+    EXPECT_FALSE(Parse({}).autoNow);
+    EXPECT_FALSE(Parse({}).noAuto);
+    EXPECT_TRUE(Parse({"-a"}).autoNow);
+    const auto options = Parse({"--auto"});
+    EXPECT_TRUE(options.autoNow);
+    EXPECT_FALSE(options.noAuto);
+}
+
+TEST(CommandLine, NoAutoIgnoresTheAnswerFileAndTheLastOfTheTwoWins)
+{
+    auto options = Parse({"--no-auto"});
+    EXPECT_TRUE(options.noAuto);
+    EXPECT_FALSE(options.autoNow);
+    options = Parse({"-a", "--no-auto"});
+    EXPECT_TRUE(options.noAuto);
+    EXPECT_FALSE(options.autoNow);
+    options = Parse({"--no-auto", "-ti", "-a"});
+    EXPECT_TRUE(options.autoNow);
+    EXPECT_FALSE(options.noAuto);
+    EXPECT_TRUE(options.timer);
+    EXPECT_TRUE(options.runningFromUsbKey);
+}

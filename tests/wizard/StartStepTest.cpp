@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace
 {
 
@@ -201,3 +203,66 @@ INSTANTIATE_TEST_SUITE_P(ConsoleSizes, StartStepMessage,
                          });
 
 } // namespace
+
+namespace
+{
+
+// The main menu from the key with an answer file waiting: Run() on a screen
+// whose keyboard holds the keys queued before.
+class UnattendedCountdown : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(screen.IsOpen());
+        ASSERT_NE(getcwd(previous, sizeof(previous)), nullptr);
+        // The step logs its choice into the working directory.
+        ASSERT_EQ(chdir(dir.Path().c_str()), 0);
+    }
+    void TearDown() override { EXPECT_EQ(chdir(previous), 0); }
+
+    Sandbox::TempDir dir{"/tmp/StartStepCountdown-"};
+    Sandbox::FileScreen screen{dir.Path()};
+    char previous[4096] = {};
+};
+
+class CountingStartStep : public StartStep
+{
+public:
+    CountingStartStep()
+    {
+        SetRunningFromDisk(false);
+        SetRunningFromUsbKey(true);
+        SetUnattendedCountdown(true);
+    }
+};
+
+} // namespace
+
+// The countdown running out is seen on the guest's console
+// (AutoInstallScreenTest): a keyboard of /dev/null never times out as a
+// console does.
+
+TEST_F(UnattendedCountdown, AKeyStopsItAndIsActedUpon)
+{
+    CountingStartStep step;
+    // Down, then "1": "Install Vidorama" (code 0), as without an answer file.
+    ungetch('1');
+    ungetch(KEY_DOWN);
+    ASSERT_TRUE(step.Run());
+    EXPECT_EQ(step.GetSelection(), 0);
+    EXPECT_EQ(screen.Sent().find("Unattended installation in 9 seconds"), std::string::npos);
+}
+
+TEST_F(UnattendedCountdown, NeverFromTheInstalledDisk)
+{
+    CountingStartStep step;
+    step.SetRunningFromDisk(true);
+    step.SetRunningFromUsbKey(false);
+    // "2" on the maintenance menu is "Versions": ESC leaves its sub-menu.
+    ungetch(27);
+    ungetch('2');
+    ASSERT_TRUE(step.Run());
+    EXPECT_EQ(step.GetSelection(), -1);
+    EXPECT_EQ(screen.Sent().find("Unattended"), std::string::npos);
+}

@@ -196,6 +196,8 @@ bool NetworkStep::Run()
     std::future<void> reading =
         std::async(std::launch::async, [this] { ReadNetworkConfiguration(); });
     WaitForTask(reading, true);
+    if (proposal)
+        proposal(pcLan1, hostname, dns);
 
     if (!CreateNetworkForm())
     {

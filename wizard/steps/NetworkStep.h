@@ -10,8 +10,10 @@
 #include "WizardStep.h"
 
 #include <form.h>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Kel
 {
@@ -38,6 +40,12 @@ public:
     std::shared_ptr<InstallerLib::InstallPackage> GetPackage() const { return package; }
     void SetDisk(const std::shared_ptr<ZarnLinuxTools::Disk>& value) { disk = value; }
     std::shared_ptr<ZarnLinuxTools::Disk> GetDisk() const { return disk; }
+
+    // Changes what the reading proposes before the form shows it (the
+    // answers of an unattended installation); an empty one changes nothing.
+    using Proposal = std::function<void(ZarnLinuxTools::NetworkInterface&, std::string&,
+                                        ZarnLinuxTools::DnsInterface&)>;
+    void SetProposal(Proposal value) { proposal = std::move(value); }
 
     // What the form edits; filled by the reading, taken from the fields by
     // the validation.
@@ -106,6 +114,7 @@ protected:
     std::string hostname;
     ZarnLinuxTools::DnsInterface dns;
     bool dosPartitionUnavailable = false;
+    Proposal proposal;
 };
 
 } // namespace InstallerWizard
