@@ -28,15 +28,18 @@ const std::string SysVersions = "/mnt/SYS/Versions";
 const std::string DosVersions = "/mnt/DOS/Versions";
 const std::string ToolList = "/mnt/USB/HardwareMaintenance/HWMaintenance.json";
 
-// The first disk: partition 1 FAT16, partition 2 ext4, with the running Linux
-// version 12.05.01, a newer one, and the DOS version of the same number.
-const std::string PrepareDisk =
-    "parted -s /dev/vda mklabel msdos mkpart primary fat16 1MiB 65MiB "
-    "mkpart primary ext4 65MiB 321MiB\n"
-    "udevadm settle\n"
-    "for i in $(seq 50); do [ -b /dev/vda2 ] && break; sleep 0.1; done\n"
-    "mkfs.fat -F 16 -n DOS /dev/vda1 >/dev/null\n"
-    "mkfs.ext4 -q -F -O ^64bit -L LINUX /dev/vda2\n";
+// Both disks alike, whichever the disk list names first: partition 1 FAT16,
+// partition 2 ext4, with the running Linux version 12.05.01, a newer one, and
+// the DOS version of the same number.
+std::string PrepareDisk(const std::string& disk)
+{
+    return "parted -s " + disk +
+           " mklabel msdos mkpart primary fat16 1MiB 65MiB mkpart primary ext4 65MiB 321MiB\n"
+           "udevadm settle\n"
+           "for i in $(seq 50); do [ -b " +
+           disk + "2 ] && break; sleep 0.1; done\nmkfs.fat -F 16 -n DOS " + disk +
+           "1 >/dev/null\nmkfs.ext4 -q -F -O ^64bit -L LINUX " + disk + "2\n";
+}
 
 std::string LinuxVersion(const std::string& version, const std::string& revision)
 {
@@ -47,14 +50,16 @@ std::string LinuxVersion(const std::string& version, const std::string& revision
            "/Version.json && ";
 }
 
-const std::string Versions =
-    "mkdir -p /mnt/SYS /mnt/DOS && mount -t ext4 /dev/vda2 /mnt/SYS && "
-    "mount -t vfat /dev/vda1 /mnt/DOS && mkdir -p " +
-    SysVersions + " " + DosVersions + "/120501 && " + LinuxVersion("12.05.01", "3456") +
-    LinuxVersion("12.06.02", "3501") + "printf 'zip' > " + DosVersions +
-    "/120501/img.zip && ln -sfn " + SysVersions + "/12.05.01.3456 " + SysVersions +
-    "/current && touch /mnt/DOS/COMMAND.COM /mnt/DOS/IO.SYS /mnt/DOS/MSDOS.SYS && "
-    "umount /mnt/SYS /mnt/DOS\n";
+std::string Versions(const std::string& disk)
+{
+    return "mkdir -p /mnt/SYS /mnt/DOS && mount -t ext4 " + disk + "2 /mnt/SYS && mount -t vfat " +
+           disk + "1 /mnt/DOS && mkdir -p " + SysVersions + " " + DosVersions + "/120501 && " +
+           LinuxVersion("12.05.01", "3456") + LinuxVersion("12.06.02", "3501") + "printf 'zip' > " +
+           DosVersions + "/120501/img.zip && ln -sfn " + SysVersions + "/12.05.01.3456 " +
+           SysVersions +
+           "/current && touch /mnt/DOS/COMMAND.COM /mnt/DOS/IO.SYS /mnt/DOS/MSDOS.SYS && "
+           "umount /mnt/SYS /mnt/DOS\n";
+}
 
 // Three tools, each with a help line: with a list of one to three tools the
 // help's own row is a tool's row at 80x25.
@@ -142,7 +147,9 @@ protected:
         options.disks = {_first->Path(), _second->Path()};
         // The key's packages: two Linux ones and the DOS one of the same
         // number as the older; the tool list.
-        options.setupScript += PrepareDisk + Versions + std::string(WIZARD_SOURCE_DIR) +
+        options.setupScript += PrepareDisk("/dev/vda") + Versions("/dev/vda") +
+                               PrepareDisk("/dev/vdb") + Versions("/dev/vdb") +
+                               std::string(WIZARD_SOURCE_DIR) +
                                "/scripts/make-sample-packages.sh /mnt/USB/Packages --linux "
                                "12.05.01.3456 --linux 12.06.02.3501 --dos 120501 >/dev/null\n"
                                "mkdir -p /mnt/USB/HardwareMaintenance && cat > " +
@@ -252,9 +259,13 @@ TEST_F(TallConsole, DisksPackagesAndVersionsAreWhereTheirFormulasPutThem)
     std::string screen = Show(Program("DiskStepsProgram") + " disk 1", DiskBottom);
     ExpectRow(screen, 1, Title("Select Disk"));
     ExpectRow(screen, ScreenRow(3), At(column, "Select the target disk:"));
+    // Both disks, in the order the disk list gives.
     const int diskRow = ScreenRow((Height - 16) / 2);
-    EXPECT_EQ(Row(screen, diskRow).rfind(Item(column, true, "/dev/vda", ""), 0), 0u) << screen;
-    EXPECT_EQ(Row(screen, diskRow + 1).rfind(Item(column, false, "/dev/vdb", ""), 0), 0u) << screen;
+    const std::string disks = Row(screen, diskRow) + Row(screen, diskRow + 1);
+    EXPECT_EQ(Row(screen, diskRow).rfind(At(column, " > /dev/vd"), 0), 0u) << screen;
+    EXPECT_EQ(Row(screen, diskRow + 1).rfind(At(column, "   /dev/vd"), 0), 0u) << screen;
+    EXPECT_NE(disks.find("/dev/vda"), std::string::npos) << screen;
+    EXPECT_NE(disks.find("/dev/vdb"), std::string::npos) << screen;
     ExpectEmpty(screen, {diskRow - 1, diskRow + 2});
     ExpectRow(screen, BottomRow, "  " + DiskBottom);
     ExpectExit({"Escape"});
