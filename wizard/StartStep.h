@@ -62,8 +62,8 @@ private:
         const char* text;
         int code;
     };
-    // Builds and shows one menu; `count` may exceed the entries (the missing
-    // slots carry code -1 and select nothing).
+    // Builds the items of one menu; `count` may exceed the entries (the
+    // missing slots carry code -1 and select nothing).
     void BuildItems(const std::vector<Entry>& entries, int count, const char* const names[]);
     void FreeMenu();
     void DrawCountdown(int seconds);
