@@ -85,6 +85,11 @@ const char* PackageVersion::GetVersion(bool full) const
     return version.c_str();
 }
 
+std::string PackageVersion::GetVersionLabel(bool full) const
+{
+    return std::string(GetVersion(full)) + (dos ? " (DOS)" : "");
+}
+
 const char* PackageVersion::GetRevision() const
 {
     return revision.c_str();

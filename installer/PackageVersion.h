@@ -24,6 +24,9 @@ public:
     const char* GetVersion() const;
     // The version with its revision appended, when there is a revision.
     const char* GetVersion(bool full) const;
+    // GetVersion(full) as a menu line shows it: a DOS version is followed by " (DOS)", so
+    // that it is told apart from a Linux version of the same number.
+    std::string GetVersionLabel(bool full) const;
     const char* GetRevision() const;
     const char* GetName() const;
     const char* GetPath() const;

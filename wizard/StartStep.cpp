@@ -2,6 +2,7 @@
 
 #include "InstallPackage.h"
 #include "InstallWizard.h"
+#include "ScreenLayout.h"
 #include "WrapText.h"
 
 #include <algorithm>
@@ -104,17 +105,11 @@ void StartStep::DrawMessage()
 void StartStep::BuildItems(const std::vector<Entry>& entries, int count, const char* const names[])
 {
     _itemCount = count;
-    _codes = new int[count];
-    _items = new ITEM*[count + 1];
-    for (int i = 0; i < count; ++i)
-    {
-        _codes[i] = -1;
-        _items[i] = nullptr;
-    }
-    _items[count] = nullptr;
+    _codes.assign(static_cast<size_t>(std::max(0, count)), -1);
+    _lines.clear();
     for (size_t i = 0; i < entries.size() && static_cast<int>(i) < count; ++i)
     {
-        _items[i] = new_item(names[i], entries[i].text);
+        _lines.emplace_back(names[i], entries[i].text);
         _codes[i] = entries[i].code;
     }
 }
@@ -183,17 +178,16 @@ void StartStep::CreateVersionSubMenu()
 
 void StartStep::DisplayMenu()
 {
-    _menu = new_menu(_items);
-    set_menu_fore(_menu, COLOR_PAIR(3));
-    set_menu_win(_menu, _contentWindow);
-    _menuWindow = derwin(_contentWindow, 11, _width - 35, (_height - 16) / 2, (_width - 34) / 2);
-    set_menu_sub(_menu, _menuWindow);
-    set_menu_format(_menu, 10, 1);
-    set_menu_mark(_menu, " > ");
-    post_menu(_menu);
+    _menu.reset();
+    // The menu has the content window to itself: nothing else is drawn above it.
+    ScreenLayout layout(getmaxy(_contentWindow));
+    const ScreenLayout::Block place =
+        layout.PlaceMenu((_height - 16) / 2, std::min(10, std::max(1, _itemCount)));
+    _menu = std::make_unique<CursesMenu>(
+        _lines, _contentWindow,
+        CursesMenu::Place{place.row, (_width - 34) / 2, 11, _width - 35, place.count});
     // The last position indexes whichever menu is shown; ignored when out of range.
-    if (_lastPosition >= 0 && _lastPosition < item_count(_menu))
-        set_current_item(_menu, _items[_lastPosition]);
+    _menu->SetCurrent(_lastPosition);
     wrefresh(_contentWindow);
 }
 
@@ -274,22 +268,22 @@ void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
         switch (key)
         {
         case KEY_DOWN:
-            menu_driver(_menu, REQ_DOWN_ITEM);
+            _menu->Down();
             break;
         case KEY_UP:
-            menu_driver(_menu, REQ_UP_ITEM);
+            _menu->Up();
             break;
         case Enter:
         {
-            ITEM* current = current_item(_menu);
-            if (current != nullptr)
-                _selection = _codes[item_index(current)];
+            const int current = _menu->CurrentIndex();
+            if (current >= 0 && current < static_cast<int>(_codes.size()))
+                _selection = _codes[static_cast<size_t>(current)];
             break;
         }
         default:
             // "1".."9" address items 1 to 9; a tenth item is ":", the character after "9".
             if (key - '1' >= 0 && key - '1' < _itemCount)
-                _selection = _codes[key - '1'];
+                _selection = _codes[static_cast<size_t>(key - '1')];
             break;
         }
         wrefresh(_contentWindow);
@@ -307,7 +301,7 @@ bool StartStep::Run()
     ReadMenuSelection(autoStart, false);
     _countingToUnattended = false;
     _firstRun = false;
-    _lastPosition = item_index(current_item(_menu));
+    _lastPosition = _menu->CurrentIndex();
 
     if (_selection == 3)
     {
@@ -325,27 +319,8 @@ bool StartStep::Run()
 
 void StartStep::FreeMenu()
 {
-    if (_menu != nullptr)
-    {
-        // ncurses needs this order: unpost, free the menu, then its items.
-        unpost_menu(_menu);
-        free_menu(_menu);
-        _menu = nullptr;
-    }
-    if (_menuWindow != nullptr)
-    {
-        delwin(_menuWindow);
-        _menuWindow = nullptr;
-    }
-    if (_items != nullptr)
-    {
-        for (int i = 0; i < _itemCount; ++i)
-            free_item(_items[i]);
-        delete[] _items;
-        _items = nullptr;
-    }
-    delete[] _codes;
-    _codes = nullptr;
+    _menu.reset();
+    _codes.clear();
 }
 
 void StartStep::DestroyWindow()

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "CursesMenu.h"
 #include "WizardStep.h"
 
-#include <menu.h>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Kel
@@ -86,10 +88,11 @@ private:
     int _lastPosition = -1;
     // Content row of the countdown: under the -e message, however many rows it takes.
     int _countdownRow = 16;
-    int* _codes = nullptr;
-    WINDOW* _menuWindow = nullptr;
-    ITEM** _items = nullptr;
-    MENU* _menu = nullptr;
+    // The operation code of each slot; -1 for a slot without an item.
+    std::vector<int> _codes;
+    // The items of the menu being built: number and text.
+    std::vector<std::pair<std::string, std::string>> _lines;
+    std::unique_ptr<CursesMenu> _menu;
 
     // The countdown runs at most once per process.
     bool _firstRun = true;

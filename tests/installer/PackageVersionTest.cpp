@@ -732,3 +732,43 @@ TEST(PackageVersionTest, SortingMixesDosAndLinuxByName)
 }
 
 } // namespace
+
+namespace
+{
+
+using Kel::Vidorama::InstallerLib::PackageVersion;
+
+TEST(PackageVersionLabel, ALinuxVersionIsShownAsItsNumberAlone)
+{
+    PackageVersion linuxVersion;
+    linuxVersion.SetName("Vidorama");
+    linuxVersion.ParseFullVersion("12.05.01.3456");
+    EXPECT_EQ(linuxVersion.GetVersionLabel(false), "12.05.01");
+    EXPECT_EQ(linuxVersion.GetVersionLabel(true), "12.05.01.3456");
+    // What the label adds nothing to: the version texts themselves.
+    EXPECT_STREQ(linuxVersion.GetVersion(false), "12.05.01");
+    EXPECT_STREQ(linuxVersion.GetVersion(true), "12.05.01.3456");
+}
+
+TEST(PackageVersionLabel, ADosVersionOfTheSameNumberIsToldApart)
+{
+    PackageVersion linuxVersion;
+    linuxVersion.SetName("Vidorama");
+    linuxVersion.ParseFullVersion("12.05.01");
+    PackageVersion dosVersion;
+    dosVersion.SetName("Vidorama");
+    dosVersion.SetDos(true);
+    dosVersion.ParseDosVersion("120501");
+    EXPECT_STREQ(dosVersion.GetVersion(false), linuxVersion.GetVersion(false));
+    EXPECT_EQ(dosVersion.GetVersionLabel(false), "12.05.01 (DOS)");
+    EXPECT_EQ(dosVersion.GetVersionLabel(true), "12.05.01 (DOS)");
+    EXPECT_NE(dosVersion.GetVersionLabel(false), linuxVersion.GetVersionLabel(false));
+    EXPECT_STREQ(dosVersion.GetVersion(false), "12.05.01");
+}
+
+TEST(PackageVersionLabel, AnEmptyVersionHasAnEmptyLabel)
+{
+    EXPECT_EQ(PackageVersion().GetVersionLabel(true), "");
+}
+
+} // namespace

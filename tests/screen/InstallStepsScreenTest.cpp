@@ -284,14 +284,15 @@ TEST_F(InstallSteps, ThePackagesOfTheKeyHighestFirst)
     EXPECT_NE(screen.find("<ESC> return to the main menu, <ENTER> to select the package"),
               std::string::npos)
         << screen;
-    // Two Linux versions and the DOS one with the same version, in list order.
+    // Two Linux versions and the DOS one with the same version, in list order;
+    // the DOS one says so.
     const auto rows = Rows(screen);
     std::vector<std::string> lines;
     for (const auto& row : rows)
         if (row.find("Vidorama ") != std::string::npos)
             lines.push_back(row.substr(row.find_first_not_of(' ')));
     EXPECT_EQ(lines, (std::vector<std::string>{"> Vidorama 12.06.02", "Vidorama 12.05.01",
-                                               "Vidorama 12.05.01"}))
+                                               "Vidorama 12.05.01 (DOS)"}))
         << screen;
     Keys({"Escape"});
     ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();

@@ -351,9 +351,10 @@ TEST_F(TwoDisks, ChangeActiveVersionListsTheVersionsAndEscapeLeavesThem)
     ASSERT_TRUE(WaitFor(VersionBottom)) << Screen();
     std::string screen = Screen();
     EXPECT_EQ(Row(screen, TitleRow), Centered("Change active versions")) << screen;
-    EXPECT_EQ(VersionMenu(), std::vector<std::string>(
-                                 {VersionRow(true, "12.06.02"), VersionRow(false, "12.05.01"),
-                                  VersionRow(false, "11.02.03"), VersionRow(false, "10.04.07")}))
+    EXPECT_EQ(VersionMenu(),
+              std::vector<std::string>({VersionRow(true, "12.06.02"), VersionRow(false, "12.05.01"),
+                                        VersionRow(false, "11.02.03"),
+                                        VersionRow(false, "10.04.07 (DOS)")}))
         << screen;
     EXPECT_EQ(Row(screen, BottomRow), "  " + VersionBottom) << screen;
 
@@ -777,9 +778,10 @@ TEST_F(OneDisk, AVersionStillRunningAfterASwitchIsNeitherOfferedNorRemoved)
     Versions("2", "2");
     ASSERT_TRUE(WaitFor(VersionBottom)) << Screen();
     EXPECT_EQ(Row(Screen(), TitleRow), Centered("Delete specific version")) << Screen();
-    EXPECT_EQ(VersionMenu(), std::vector<std::string>(
-                                 {VersionRow(true, "12.06.02"), VersionRow(false, "12.05.01"),
-                                  VersionRow(false, "11.02.03"), VersionRow(false, "10.04.07")}))
+    EXPECT_EQ(VersionMenu(),
+              std::vector<std::string>({VersionRow(true, "12.06.02"), VersionRow(false, "12.05.01"),
+                                        VersionRow(false, "11.02.03"),
+                                        VersionRow(false, "10.04.07 (DOS)")}))
         << Screen();
     const std::string styled = StyledScreen();
     const int greyed = 6; // colour pair 5, cyan on black
@@ -892,11 +894,11 @@ TEST_F(DosSwitch, AFailedBootEntryIsLoggedAndTheMachineStillRestarts)
     StartFromDisk();
     Versions("2", "1");
     ASSERT_TRUE(WaitFor(VersionBottom)) << Screen();
-    EXPECT_EQ(VersionMenu(), std::vector<std::string>(
-                                 {VersionRow(true, "12.05.01"), VersionRow(false, "10.04.07")}))
+    EXPECT_EQ(VersionMenu(), std::vector<std::string>({VersionRow(true, "12.05.01"),
+                                                       VersionRow(false, "10.04.07 (DOS)")}))
         << Screen();
     Keys({"Down"});
-    ASSERT_TRUE(WaitFor(VersionRow(true, "10.04.07"))) << Screen();
+    ASSERT_TRUE(WaitFor(VersionRow(true, "10.04.07 (DOS)"))) << Screen();
     Keys({"Enter"});
     ASSERT_TRUE(WaitFor("Change current version to 10.04.07 succeed!", 60)) << Screen();
     ASSERT_TRUE(WaitFor("<ENTER> to reboot")) << Screen();

@@ -50,7 +50,7 @@ std::vector<std::string> Rows(const std::string& screen)
         const size_t end = line.find_last_not_of(' ');
         rows.push_back(end == std::string::npos ? "" : line.substr(0, end + 1));
     }
-    rows.resize(25);
+    rows.resize(std::max<size_t>(rows.size(), 25));
     return rows;
 }
 

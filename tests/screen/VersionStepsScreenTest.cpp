@@ -341,9 +341,9 @@ TEST_F(VersionSelection, TheInstalledVersionsWithTheRunningOneOutOfReach)
     EXPECT_EQ(Row(screen, BottomRow), "  " + VersionsBottom) << screen;
     EXPECT_EQ(Row(screen, HeadingRow), std::string(23, ' ') + "Select the version :") << screen;
     EXPECT_EQ(Row(screen, HeadingRow + 1), "") << screen;
-    // Highest first, the DOS version beside the Linux one of the same number;
-    // revisions are not shown.
-    const std::vector<std::string> versions = {"12.06.02", "12.05.01", "12.05.01", "12.04.01",
+    // Highest first, the DOS version beside the Linux one of the same number
+    // and told apart from it; revisions are not shown.
+    const std::vector<std::string> versions = {"12.06.02", "12.05.01", "12.05.01 (DOS)", "12.04.01",
                                                "11.02.03"};
     for (size_t i = 0; i < versions.size(); ++i)
         EXPECT_EQ(Row(screen, FirstMenuRow + static_cast<int>(i)), VersionRow(i == 0, versions[i]))
@@ -376,7 +376,7 @@ TEST_F(VersionSelection, TheDosVersionCanBeChosen)
     Run("available 1");
     ASSERT_TRUE(WaitFor(VersionsBottom)) << Screen();
     Keys({"Down", "Down"});
-    ASSERT_TRUE(WaitForRow(FirstMenuRow + 2, VersionRow(true, "12.05.01"))) << Screen();
+    ASSERT_TRUE(WaitForRow(FirstMenuRow + 2, VersionRow(true, "12.05.01 (DOS)"))) << Screen();
     Keys({"Enter"});
     ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
     EXPECT_EQ(Result(), "run 1 version Vidorama 12.05.01\n");
@@ -516,7 +516,7 @@ TEST_F(VersionSelection, ALinuxPartitionThatCannotBeMountedDoesNotStopTheStep)
     ASSERT_TRUE(WaitFor(VersionsBottom)) << Screen();
     // Only the DOS side is readable, and no version runs there.
     const std::string screen = Screen();
-    EXPECT_EQ(Row(screen, FirstMenuRow), VersionRow(true, "12.05.01")) << screen;
+    EXPECT_EQ(Row(screen, FirstMenuRow), VersionRow(true, "12.05.01 (DOS)")) << screen;
     EXPECT_EQ(Row(screen, FirstMenuRow + 1), "") << screen;
     Keys({"Enter"});
     ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
@@ -576,7 +576,7 @@ TEST_F(VersionSelection, AVersionStillRunningAfterASwitchIsOutOfReachLikeTheCurr
     Run("available 1");
     ASSERT_TRUE(WaitFor(VersionsBottom)) << Screen();
     const std::string screen = Screen();
-    const std::vector<std::string> versions = {"12.06.02", "12.05.01", "12.05.01", "12.04.01",
+    const std::vector<std::string> versions = {"12.06.02", "12.05.01", "12.05.01 (DOS)", "12.04.01",
                                                "11.02.03"};
     for (size_t i = 0; i < versions.size(); ++i)
         EXPECT_EQ(Row(screen, FirstMenuRow + static_cast<int>(i)), VersionRow(i == 0, versions[i]))

@@ -25,8 +25,6 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-const int ScreenColumns = 80;
-const int ScreenRows = 25;
 const int BootTimeoutSec = 120;
 
 bool Exists(const std::string& path)
@@ -148,7 +146,7 @@ Guest::Guest(const GuestOptions& options) : _ioDir("/tmp/wizard-guest-")
     for (const auto& arg : args)
         command += HostCommand::ShellQuote(arg) + " ";
 
-    _screen = std::make_unique<TmuxScreen>(ScreenColumns, ScreenRows, command);
+    _screen = std::make_unique<TmuxScreen>(options.columns, options.rows, command);
     _launcherPid = _screen->PanePid();
 
     const auto deadline = Clock::now() + std::chrono::seconds(BootTimeoutSec);
@@ -163,6 +161,18 @@ Guest::Guest(const GuestOptions& options) : _ioDir("/tmp/wizard-guest-")
         const std::string details = Diagnostics();
         Stop();
         throw std::runtime_error("the sandbox guest did not start: " + why + "\n" + details);
+    }
+    // The guest's init gives its console 80x25; a serial line tells no size
+    // of its own, so another one is set the same way.
+    if (options.columns != 80 || options.rows != 25)
+    {
+        const Result sized = Run("stty -F /dev/ttyS0 rows " + std::to_string(options.rows) +
+                                 " cols " + std::to_string(options.columns));
+        if (sized.rc != 0)
+        {
+            Stop();
+            throw std::runtime_error("cannot size the guest's console: " + sized.output);
+        }
     }
 }
 

@@ -35,11 +35,14 @@ struct GuestOptions
     std::string nvramFile;
     // The guest is ended after this long whatever happens.
     int timeoutSec = 3600;
+    // Size of the console: the tmux screen's and the guest's serial line's.
+    int columns = 80;
+    int rows = 25;
 };
 
-// One sandbox guest (sandbox/guest ... agent) on the console of an 80x25 tmux
-// screen, with a host directory of its own as the guest's /io. Everything
-// (qemu, tmux, the directory) is gone when the object is.
+// One sandbox guest (sandbox/guest ... agent) on the console of a tmux screen
+// (80x25 unless the options say otherwise), with a host directory of its own as the guest's /io.
+// Everything (qemu, tmux, the directory) is gone when the object is.
 class Guest
 {
 public:
@@ -69,10 +72,10 @@ public:
     // guest has ended.
     std::optional<int> WaitConsoleExit(int timeoutSec);
 
-    // The 80x25 screen: exactly 25 lines, each ending in '\n', trailing
-    // blanks of each line removed.
+    // The screen: exactly as many lines as it has rows, each ending in '\n',
+    // trailing blanks of each line removed.
     std::string Screen() const;
-    // One row (0..24) without its '\n'.
+    // One row (0 to rows - 1) without its '\n'.
     std::string ScreenLine(int row) const;
     // The screen with its colours as SGR escape sequences (tmux capture-pane -e).
     std::string StyledScreen() const;

@@ -7,6 +7,9 @@
 #include "DiskTools.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
+#include "ScreenLayout.h"
+
+#include <algorithm>
 
 #include <string>
 #include <utility>
@@ -135,7 +138,8 @@ bool AvailableVersionsStep::SelectVersion()
         return false;
     }
 
-    mvwprintw(_contentWindow, 3, (_width - 34) / 2, "Select the version :");
+    ScreenLayout layout(getmaxy(_contentWindow));
+    mvwprintw(_contentWindow, layout.Place(3), (_width - 34) / 2, "%s", "Select the version :");
     std::vector<std::pair<std::string, std::string>> lines;
     std::vector<int> greyed;
     for (const PackageVersion& version : *versions)
@@ -144,15 +148,18 @@ bool AvailableVersionsStep::SelectVersion()
         {
             greyed.push_back(static_cast<int>(lines.size()));
         }
-        lines.emplace_back(version.GetName(), version.GetVersion(showRevisions));
+        // A DOS version says so: it may carry a Linux version's number.
+        lines.emplace_back(version.GetName(), version.GetVersionLabel(showRevisions));
     }
 
     bool result = false;
     selectedVersion = PackageVersion();
-    WINDOW* subWindow =
-        derwin(_contentWindow, 11, _width - 35, (_height - 13) / 2, (_width - 34) / 2);
+    const ScreenLayout::Block place =
+        layout.PlaceMenu((_height - 13) / 2, std::min(10, static_cast<int>(lines.size())));
     {
-        CursesMenu menu(std::move(lines), _contentWindow, subWindow, 10, greyed);
+        CursesMenu menu(
+            std::move(lines), _contentWindow,
+            CursesMenu::Place{place.row, (_width - 34) / 2, 11, _width - 35, place.count}, greyed);
         SetBottomText("<ESC> return to the main menu, <ENTER> to select the version");
         wrefresh(_contentWindow);
         refresh();
@@ -162,10 +169,10 @@ bool AvailableVersionsStep::SelectVersion()
             switch (wgetch(_contentWindow))
             {
             case KEY_DOWN:
-                menu_driver(menu.Get(), REQ_DOWN_ITEM);
+                menu.Down();
                 break;
             case KEY_UP:
-                menu_driver(menu.Get(), REQ_UP_ITEM);
+                menu.Up();
                 break;
             case KeyEnter:
                 // The current and the running version cannot be taken.
@@ -184,7 +191,6 @@ bool AvailableVersionsStep::SelectVersion()
             }
         }
     }
-    delwin(subWindow);
     wrefresh(_contentWindow);
 
     if (selectedVersion.IsEmpty())

@@ -2,6 +2,12 @@
 
 #include "Bios.h"
 #include "InstallWizard.h"
+#include "ScreenLayout.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace Kel
 {
@@ -17,6 +23,9 @@ namespace
 
 const int KeyEscape = 27;
 const int KeyEnter = 10;
+// Where the help of the highlighted settings goes.
+const int HelpRow = 9;
+const int HelpColumn = 19;
 
 struct Settings
 {
@@ -56,50 +65,30 @@ std::string BiosStep::SettingsFile(int index)
 void BiosStep::CreateWindow()
 {
     WizardStep::CreateWindow();
+    ScreenLayout layout(getmaxy(_contentWindow));
     if (withinInstallation)
     {
-        mvwprintw(_contentWindow, 1, 3,
+        mvwprintw(_contentWindow, layout.Place(1), 3, "%s",
                   "The system needs to change the BIOS to ensure valid settings");
-        mvwprintw(_contentWindow, 2, 3, "for this version of Vidorama.");
+        mvwprintw(_contentWindow, layout.Place(2), 3, "%s", "for this version of Vidorama.");
     }
-    mvwprintw(_contentWindow, 4, 3,
+    mvwprintw(_contentWindow, layout.Place(4), 3, "%s",
               "As part of the BIOS load, you may select one of two VGA settings:  ");
 
-    for (int i = 0; i < 2; ++i)
-        items[i] = new_item(settings[i].name, settings[i].text);
-    items[2] = nullptr;
-    menu = new_menu(items);
-    set_menu_fore(menu, COLOR_PAIR(3));
-    set_menu_win(menu, _contentWindow);
-    menuWindow = derwin(_contentWindow, 6, _width - 35, (_height - 11) / 2, (_width - 34) / 2);
-    set_menu_sub(menu, menuWindow);
-    set_menu_format(menu, 5, 1);
-    set_menu_mark(menu, " > ");
-    post_menu(menu);
+    const ScreenLayout::Block place = layout.PlaceMenu((_height - 11) / 2, 2);
+    helpRow = layout.Place(HelpRow);
+    menu = std::make_unique<CursesMenu>(
+        std::vector<std::pair<std::string, std::string>>{{settings[0].name, settings[0].text},
+                                                         {settings[1].name, settings[1].text}},
+        _contentWindow,
+        CursesMenu::Place{place.row, (_width - 34) / 2, 6, _width - 35, std::min(5, place.count)});
     DisplayHelpMessage(0);
     wrefresh(_contentWindow);
 }
 
 void BiosStep::DestroyWindow()
 {
-    // ncurses needs this order: unpost, free the menu, then its items.
-    if (menu != nullptr)
-    {
-        unpost_menu(menu);
-        free_menu(menu);
-        menu = nullptr;
-    }
-    if (menuWindow != nullptr)
-    {
-        delwin(menuWindow);
-        menuWindow = nullptr;
-    }
-    for (ITEM*& item : items)
-    {
-        if (item != nullptr)
-            free_item(item);
-        item = nullptr;
-    }
+    menu.reset();
     if (_mainWindow != nullptr)
         WizardStep::DestroyWindow();
 }
@@ -108,7 +97,7 @@ void BiosStep::DisplayHelpMessage(int index)
 {
     if (index != 0 && index != 1)
         return;
-    mvwprintw(_contentWindow, 9, 19, "%s", settings[index].help);
+    mvwprintw(_contentWindow, helpRow, HelpColumn, "%s", settings[index].help);
 }
 
 bool BiosStep::ReadMenuSelection(bool escapeAllowed)
@@ -124,15 +113,15 @@ bool BiosStep::ReadMenuSelection(bool escapeAllowed)
                 return false;
             break;
         case KEY_DOWN:
-            menu_driver(menu, REQ_DOWN_ITEM);
-            DisplayHelpMessage(item_index(current_item(menu)));
+            menu->Down();
+            DisplayHelpMessage(menu->CurrentIndex());
             break;
         case KEY_UP:
-            menu_driver(menu, REQ_UP_ITEM);
-            DisplayHelpMessage(item_index(current_item(menu)));
+            menu->Up();
+            DisplayHelpMessage(menu->CurrentIndex());
             break;
         case KeyEnter:
-            selection = item_index(current_item(menu));
+            selection = menu->CurrentIndex();
             break;
         case '1':
         case '2':

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "CursesMenu.h"
 #include "WizardStep.h"
 
-#include <menu.h>
+#include <memory>
 #include <string>
 
 namespace Kel
@@ -42,9 +43,9 @@ protected:
     void DisplayHelpMessage(int index);
 
 private:
-    WINDOW* menuWindow = nullptr;
-    ITEM* items[3] = {nullptr, nullptr, nullptr};
-    MENU* menu = nullptr;
+    std::unique_ptr<CursesMenu> menu;
+    // Row of the settings' help: its own unless the menu took it.
+    int helpRow = 9;
     int selection = -1;
     bool withinInstallation = false;
 };

@@ -2,6 +2,7 @@
 
 #include "Bios.h"
 #include "InstallWizard.h"
+#include "ScreenLayout.h"
 #include "WrapText.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <exception>
 #include <fstream>
 #include <unistd.h>
+#include <utility>
 
 namespace Kel
 {
@@ -164,20 +166,12 @@ std::string HWMaintenanceStep::WorkingDirectory(const HWMaintenanceTool& tool,
 
 HWMaintenanceStep::Layout HWMaintenanceStep::Place(int height, int rows, int count, int helpLines)
 {
-    Layout layout{(height - 6 - count) / 2, count, count + 6};
-    if (layout.menuRow <= HeadingRow)
-        layout.menuRow = HeadingRow + 1;
-    const int room = rows - helpLines - layout.menuRow;
-    if (layout.visibleItems > room)
-        layout.visibleItems = std::max(1, room);
-    const int menuEnd = layout.menuRow + layout.visibleItems;
-    const bool sharesMenuRow =
-        layout.helpRow < menuEnd && layout.helpRow + helpLines > layout.menuRow;
-    if (sharesMenuRow || layout.helpRow <= HeadingRow)
-        layout.helpRow = menuEnd;
-    if (layout.helpRow + helpLines > rows)
-        layout.helpRow = std::max(menuEnd, rows - helpLines);
-    return layout;
+    // Drawn in this order: the heading, the menu, then the help.
+    ScreenLayout layout(rows);
+    layout.Place(HeadingRow);
+    const ScreenLayout::Block menu = layout.PlaceMenu((height - 6 - count) / 2, count, helpLines);
+    const int helpRow = layout.Place(count + 6, helpLines);
+    return {menu.row, menu.count, helpRow};
 }
 
 void HWMaintenanceStep::CreateWindow()
@@ -206,21 +200,13 @@ void HWMaintenanceStep::CreateWindow()
     const int rows = getmaxy(_contentWindow);
     _layout = Place(_height, rows, count, _helpRows);
 
-    _items = new ITEM*[count + 1];
-    for (int i = 0; i < count; ++i)
-        _items[i] = new_item(_tools[i].menu.c_str(), _tools[i].label.c_str());
-    _items[count] = nullptr;
-
-    _menu = new_menu(_items);
-    set_menu_fore(_menu, COLOR_PAIR(3));
-    set_menu_win(_menu, _contentWindow);
-    const int windowRows = std::min(_layout.visibleItems + 1, rows - _layout.menuRow);
-    _menuWindow =
-        derwin(_contentWindow, windowRows, _width - 35, _layout.menuRow, (_width - 34) / 2);
-    set_menu_sub(_menu, _menuWindow);
-    set_menu_format(_menu, _layout.visibleItems, 1);
-    set_menu_mark(_menu, " > ");
-    post_menu(_menu);
+    std::vector<std::pair<std::string, std::string>> lines;
+    for (const HWMaintenanceTool& tool : _tools)
+        lines.emplace_back(tool.menu, tool.label);
+    _menu = std::make_unique<CursesMenu>(std::move(lines), _contentWindow,
+                                         CursesMenu::Place{_layout.menuRow, (_width - 34) / 2,
+                                                           _layout.visibleItems + 1, _width - 35,
+                                                           _layout.visibleItems});
     DisplayHelpMessage(0);
     wrefresh(_contentWindow);
 }
@@ -265,15 +251,18 @@ bool HWMaintenanceStep::ReadMenuSelection()
             return false;
         case KEY_DOWN:
         case KEY_UP:
-            if (_menu != nullptr)
+            if (_menu)
             {
-                menu_driver(_menu, key == KEY_DOWN ? REQ_DOWN_ITEM : REQ_UP_ITEM);
-                DisplayHelpMessage(item_index(current_item(_menu)));
+                if (key == KEY_DOWN)
+                    _menu->Down();
+                else
+                    _menu->Up();
+                DisplayHelpMessage(_menu->CurrentIndex());
             }
             break;
         case Enter:
-            if (_menu != nullptr && current_item(_menu) != nullptr)
-                _selection = item_index(current_item(_menu));
+            if (_menu && _menu->CurrentIndex() >= 0)
+                _selection = _menu->CurrentIndex();
             break;
         default:
             // Digits run their tool at once, without ENTER.
@@ -350,27 +339,7 @@ bool HWMaintenanceStep::Run()
 
 void HWMaintenanceStep::FreeMenu()
 {
-    if (_menu != nullptr)
-    {
-        // ncurses needs this order: unpost, free the menu, then its items.
-        unpost_menu(_menu);
-        free_menu(_menu);
-        _menu = nullptr;
-    }
-    if (_menuWindow != nullptr)
-    {
-        delwin(_menuWindow);
-        _menuWindow = nullptr;
-    }
-    if (_items != nullptr)
-    {
-        // One slot per tool; a slot is null where ncurses refused the name.
-        for (size_t i = 0; i < _tools.size(); ++i)
-            if (_items[i] != nullptr)
-                free_item(_items[i]);
-        delete[] _items;
-        _items = nullptr;
-    }
+    _menu.reset();
 }
 
 void HWMaintenanceStep::DestroyWindow()

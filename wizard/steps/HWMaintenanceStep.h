@@ -1,10 +1,11 @@
 #pragma once
 
+#include "CursesMenu.h"
 #include "WizardStep.h"
 
 #include <cstddef>
 #include <istream>
-#include <menu.h>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -90,15 +91,13 @@ protected:
 private:
     void FreeMenu();
 
-    WINDOW* _menuWindow = nullptr;
-    ITEM** _items = nullptr;
-    MENU* _menu = nullptr;
+    std::unique_ptr<CursesMenu> _menu;
     int _selection = -1;
     Layout _layout{0, 0, 0};
     // Each tool's help, on as many rows as the longest one needs.
     std::vector<std::vector<std::string>> _helpLines;
     int _helpRows = 1;
-    // Fixed for the life of the process; the item texts point into it.
+    // Fixed for the life of the process.
     std::vector<HWMaintenanceTool> _tools;
 };
 

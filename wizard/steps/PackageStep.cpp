@@ -3,6 +3,9 @@
 #include "CursesMenu.h"
 #include "DiskDiagnostics.h"
 #include "InstallWizard.h"
+#include "ScreenLayout.h"
+
+#include <algorithm>
 
 #include <string>
 #include <utility>
@@ -61,18 +64,23 @@ bool PackageStep::SelectPackage()
     }
     else
     {
-        mvwprintw(_contentWindow, 3, (_width - 34) / 2, "Select the package to install:");
+        ScreenLayout layout(getmaxy(_contentWindow));
+        mvwprintw(_contentWindow, layout.Place(3), (_width - 34) / 2, "%s",
+                  "Select the package to install:");
         std::vector<std::pair<std::string, std::string>> lines;
         for (const InstallPackage& entry : *packages)
         {
+            // A DOS package says so: it may carry a Linux package's number.
             lines.emplace_back(entry.GetVersion().GetName(),
-                               entry.GetVersion().GetVersion(showRevisions));
+                               entry.GetVersion().GetVersionLabel(showRevisions));
         }
 
-        WINDOW* subWindow =
-            derwin(_contentWindow, 11, _width - 35, (_height - 13) / 2, (_width - 34) / 2);
+        const ScreenLayout::Block place =
+            layout.PlaceMenu((_height - 13) / 2, std::min(10, static_cast<int>(lines.size())));
         {
-            CursesMenu menu(std::move(lines), _contentWindow, subWindow, 10);
+            CursesMenu menu(
+                std::move(lines), _contentWindow,
+                CursesMenu::Place{place.row, (_width - 34) / 2, 11, _width - 35, place.count});
             SetBottomText(allowEscape
                               ? "<ESC> return to the main menu, <ENTER> to select the package"
                               : "<ENTER> to select the package");
@@ -92,10 +100,10 @@ bool PackageStep::SelectPackage()
                 switch (wgetch(_contentWindow))
                 {
                 case KEY_DOWN:
-                    menu_driver(menu.Get(), REQ_DOWN_ITEM);
+                    menu.Down();
                     break;
                 case KEY_UP:
-                    menu_driver(menu.Get(), REQ_UP_ITEM);
+                    menu.Up();
                     break;
                 case KeyEnter:
                     package = std::make_shared<InstallPackage>(
@@ -112,7 +120,6 @@ bool PackageStep::SelectPackage()
                 }
             }
         }
-        delwin(subWindow);
         wrefresh(_contentWindow);
     }
 

@@ -1,11 +1,14 @@
 #include "SelectDiskStep.h"
 
+#include "CursesMenu.h"
 #include "DiskDiagnostics.h"
 #include "InstallPackage.h"
 #include "InstallWizard.h"
+#include "ScreenLayout.h"
 
-#include <menu.h>
+#include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Kel
@@ -24,44 +27,6 @@ namespace
 
 const int KeyEscape = 27;
 const int KeyEnter = 10;
-
-// A posted menu over the disk list. The item texts point into the disks, so
-// the list outlives the menu; ncurses wants unpost, free_menu, then the items.
-class DiskMenu
-{
-public:
-    DiskMenu(const std::vector<Disk>& disks, WINDOW* window, WINDOW* subWindow)
-    {
-        for (const Disk& entry : disks)
-            _items.push_back(new_item(entry.path.c_str(), entry.model.c_str()));
-        _items.push_back(nullptr);
-        _menu = new_menu(_items.data());
-        set_menu_fore(_menu, COLOR_PAIR(3));
-        set_menu_win(_menu, window);
-        set_menu_sub(_menu, subWindow);
-        set_menu_format(_menu, 10, 1);
-        set_menu_mark(_menu, " > ");
-        post_menu(_menu);
-    }
-
-    ~DiskMenu()
-    {
-        unpost_menu(_menu);
-        free_menu(_menu);
-        for (ITEM* item : _items)
-            if (item != nullptr)
-                free_item(item);
-    }
-
-    DiskMenu(const DiskMenu&) = delete;
-    DiskMenu& operator=(const DiskMenu&) = delete;
-
-    MENU* Get() const { return _menu; }
-
-private:
-    std::vector<ITEM*> _items;
-    MENU* _menu = nullptr;
-};
 
 } // namespace
 
@@ -100,15 +65,20 @@ bool SelectDiskStep::SelectDisk()
     }
     else
     {
-        const int headingRow = 3;
-        mvwprintw(_contentWindow, headingRow, (_width - 34) / 2, "Select the target disk:");
-
-        // The menu starts under the heading where its own row would reach it
-        // (a console of fewer than 26 lines).
-        const int menuRow = (_height - 16) / 2 > headingRow ? (_height - 16) / 2 : headingRow + 1;
-        WINDOW* subWindow = derwin(_contentWindow, 11, _width - 35, menuRow, (_width - 34) / 2);
+        ScreenLayout layout(getmaxy(_contentWindow));
+        mvwprintw(_contentWindow, layout.Place(3), (_width - 34) / 2, "%s",
+                  "Select the target disk:");
+        // Under the heading where the menu's own row would reach it.
+        const int count = static_cast<int>(disks->size());
+        const ScreenLayout::Block place =
+            layout.PlaceMenu((_height - 16) / 2, std::min(10, std::max(1, count)));
+        std::vector<std::pair<std::string, std::string>> lines;
+        for (const Disk& entry : *disks)
+            lines.emplace_back(entry.path, entry.model);
         {
-            DiskMenu menu(*disks, _contentWindow, subWindow);
+            CursesMenu menu(std::move(lines), _contentWindow,
+                            CursesMenu::Place{place.row, (_width - 34) / 2, 11, _width - 35,
+                                              std::min(10, place.count)});
             SetBottomText("<ESC> return to the main menu, <ENTER> to select the disk");
             wrefresh(_contentWindow);
             refresh();
@@ -121,24 +91,20 @@ bool SelectDiskStep::SelectDisk()
                     decided = true;
                     break;
                 case KEY_DOWN:
-                    menu_driver(menu.Get(), REQ_DOWN_ITEM);
+                    menu.Down();
                     break;
                 case KEY_UP:
-                    menu_driver(menu.Get(), REQ_UP_ITEM);
+                    menu.Up();
                     break;
                 case KeyEnter:
                 {
                     // An empty menu has no current item: that is no choice.
-                    ITEM* current = current_item(menu.Get());
-                    if (current == nullptr || disks->empty())
-                    {
-                        decided = true;
-                        break;
-                    }
-                    disk =
-                        std::make_shared<Disk>(disks->at(static_cast<size_t>(item_index(current))));
-                    result = true;
+                    const int current = menu.CurrentIndex();
                     decided = true;
+                    if (current < 0 || current >= count)
+                        break;
+                    disk = std::make_shared<Disk>(disks->at(static_cast<size_t>(current)));
+                    result = true;
                     break;
                 }
                 default:
@@ -146,7 +112,6 @@ bool SelectDiskStep::SelectDisk()
                 }
             }
         }
-        delwin(subWindow);
         wrefresh(_contentWindow);
         refresh();
     }
