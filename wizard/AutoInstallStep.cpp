@@ -46,7 +46,7 @@ bool AutoInstallStep::Run()
             if (row < rows)
                 mvwprintw(_contentWindow, row++, Margin, "%s", part.c_str());
     wrefresh(_contentWindow);
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
     DestroyWindow();

@@ -241,7 +241,7 @@ void StartStep::ReadMenuSelection(bool autoStart, bool escapeAllowed)
 
     for (;;)
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKeyFrom(_contentWindow);
         if (key == Escape && escapeAllowed)
             return;
 

@@ -43,7 +43,7 @@ void TextStep::PrintLine(int row, const std::string& line)
 
 int TextStep::ReadKey()
 {
-    return wgetch(_contentWindow);
+    return ReadKeyFrom(_contentWindow);
 }
 
 bool TextStep::Run()

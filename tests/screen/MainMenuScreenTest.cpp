@@ -131,6 +131,41 @@ TEST_F(MainMenu, ArrowsMoveTheHighlightAndEnterSelects)
     EXPECT_TRUE(WaitForLog("0 StartStep selected item: 10", 1)) << Log();
 }
 
+// The console changes size while the menu is up (the serial line's size set
+// with stty, which signals the program): the next key finds the frame drawn
+// again at the new size, the menu as it was, and the key acted upon.
+TEST_F(MainMenu, AtANewConsoleSizeTheNextKeyRedrawsTheMenu)
+{
+    struct ConsoleSize
+    {
+        ~ConsoleSize() { Guest().Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
+    } restore;
+    const std::string bottom = "  <ENTER> or number to select the operation.";
+    Start(Wizard());
+    ASSERT_TRUE(WaitFor("Shutdown")) << Screen();
+    const std::string before = Screen();
+
+    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    Keys({"Down"});
+    for (int i = 0; i < 50 && Row(Screen(), BottomRow - 1) != bottom; ++i)
+        Settle();
+    std::string screen = Screen();
+    EXPECT_EQ(Row(screen, BottomRow - 1), bottom) << screen;
+    EXPECT_EQ(Row(screen, BottomRow), "") << screen;
+    EXPECT_EQ(Row(screen, TitleRow), Row(before, TitleRow)) << screen;
+    ExpectMenu(screen, InstallItems, 1);
+
+    // Back to 25 rows: the frame as it was at the start.
+    RunInGuest("stty -F /dev/ttyS0 rows 25 cols 80");
+    Keys({"Up"});
+    for (int i = 0; i < 50 && Row(Screen(), BottomRow) != bottom; ++i)
+        Settle();
+    screen = Screen();
+    EXPECT_EQ(screen, before);
+    ExitToShell("5");
+    EXPECT_TRUE(WaitForLog("0 StartStep selected item: 10", 1)) << Log();
+}
+
 TEST_F(MainMenu, ACancelledInstallationShowsTheMenuAgain)
 {
     // No disk in this machine: the disk selection offers nothing and ESC

@@ -93,7 +93,7 @@ void AvailableVersionsStep::WaitForEnter()
 {
     SetBottomText("<ENTER> return to the main menu");
     wrefresh(_contentWindow);
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
 }
@@ -166,7 +166,7 @@ bool AvailableVersionsStep::SelectVersion()
 
         for (bool decided = false; !decided;)
         {
-            switch (wgetch(_contentWindow))
+            switch (ReadKeyFrom(_contentWindow))
             {
             case KEY_DOWN:
                 menu.Down();

@@ -105,7 +105,7 @@ bool BiosStep::ReadMenuSelection(bool escapeAllowed)
     selection = -1;
     for (;;)
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKeyFrom(_contentWindow);
         switch (key)
         {
         case KeyEscape:
@@ -160,7 +160,7 @@ bool BiosStep::Run()
             ShowProgressPopup("Error during bios settings reset!", 0);
             SetBottomText(withinInstallation ? "<ENTER> to continue"
                                              : "<ENTER> return to the main menu");
-            while (wgetch(_contentWindow) != KeyEnter)
+            while (ReadKeyFrom(_contentWindow) != KeyEnter)
             {
             }
             HideProgressPopup();
@@ -172,7 +172,7 @@ bool BiosStep::Run()
                                   ? "Settings are applied, remove the USB key then press <ENTER>"
                                   : "Settings are applied, press <ENTER> to reboot",
                               0);
-            while (wgetch(_contentWindow) != KeyEnter)
+            while (ReadKeyFrom(_contentWindow) != KeyEnter)
             {
             }
             HideProgressPopup();

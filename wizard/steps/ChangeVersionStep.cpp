@@ -85,7 +85,7 @@ bool ChangeVersionStep::ChangeVersion()
     }
     HideProgressPopup();
     wrefresh(_contentWindow);
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
     return result;

@@ -56,7 +56,7 @@ bool ConfigurationLinesStep::Run()
     bool result = false;
     for (bool decided = false; !decided;)
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKeyFrom(_contentWindow);
         if (key == 'y' || key == 'Y')
         {
             decided = true;
@@ -69,7 +69,7 @@ bool ConfigurationLinesStep::Run()
                 InstallWizard::log(0, "Error deleting configuration lines");
                 SetBottomText("<ENTER> return to the main menu");
                 wrefresh(_contentWindow);
-                while (wgetch(_contentWindow) != KeyEnter)
+                while (ReadKeyFrom(_contentWindow) != KeyEnter)
                 {
                 }
             }

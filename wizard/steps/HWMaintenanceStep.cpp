@@ -244,7 +244,7 @@ bool HWMaintenanceStep::ReadMenuSelection()
     const int count = static_cast<int>(_tools.size());
     do
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKeyFrom(_contentWindow);
         switch (key)
         {
         case Escape:

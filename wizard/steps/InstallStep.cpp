@@ -125,7 +125,7 @@ bool InstallStep::InstallPackage()
         wrefresh(_contentWindow);
         for (bool decided = false; !decided;)
         {
-            const int key = wgetch(_contentWindow);
+            const int key = ReadKeyFrom(_contentWindow);
             if (key == 'y' || key == 'Y')
             {
                 decided = true;
@@ -167,7 +167,7 @@ bool InstallStep::InstallPackage()
     }
     SetBottomText("<ENTER> return to the main menu");
     wrefresh(_contentWindow);
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
     return false;

@@ -97,7 +97,7 @@ bool PackageStep::SelectPackage()
 
             for (bool decided = false; !decided;)
             {
-                switch (wgetch(_contentWindow))
+                switch (ReadKeyFrom(_contentWindow))
                 {
                 case KEY_DOWN:
                     menu.Down();

@@ -333,7 +333,7 @@ void PartitionStep::ShowFailure(const char* firstLine, const char* secondLine)
     mvwprintw(_contentWindow, 4, 3, "%s", secondLine);
     SetBottomText("<ESC> return to the main menu");
     wrefresh(_contentWindow);
-    while (wgetch(_contentWindow) != KeyEscape)
+    while (ReadKeyFrom(_contentWindow) != KeyEscape)
     {
     }
 }

@@ -81,7 +81,7 @@ bool RemoveVersionStep::Run()
     }
     SetBottomText("<ENTER> return to main menu");
     wrefresh(_contentWindow);
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
     DestroyWindow();
@@ -154,7 +154,7 @@ bool RemoveVersionStep::RemoveAllVersion()
     wrefresh(_contentWindow);
     for (;;)
     {
-        const int key = wgetch(_contentWindow);
+        const int key = ReadKeyFrom(_contentWindow);
         if (key == 'n' || key == 'N')
         {
             InstallWizard::log(0, "Cancel remove all version");

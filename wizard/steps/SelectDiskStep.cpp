@@ -85,7 +85,7 @@ bool SelectDiskStep::SelectDisk()
 
             for (bool decided = false; !decided;)
             {
-                switch (wgetch(_contentWindow))
+                switch (ReadKeyFrom(_contentWindow))
                 {
                 case KeyEscape:
                     decided = true;
@@ -136,7 +136,7 @@ bool SelectDiskStep::CheckDiskSize()
     SetBottomText("<ENTER> return to the main menu");
     wrefresh(_contentWindow);
     refresh();
-    while (wgetch(_contentWindow) != KeyEnter)
+    while (ReadKeyFrom(_contentWindow) != KeyEnter)
     {
     }
     return false;
