@@ -126,11 +126,13 @@ void PackageScan::ReadLinux(const std::string& path, const std::function<bool()>
     archive_read_support_format_tar(reader.get());
     // After the tar reader failed: the file is at fault rather than its reading, unless the
     // reading was given up. A tar that cannot be read out of a sound gzip stream is no
-    // package either.
+    // package either. Installers kept from entries before the failure go with it: nothing
+    // of a package that did not read whole may be run.
     auto failed = [this, &gzip]
     {
         _stopped = gzip.Stopped();
         _damaged = !_stopped && !gzip.ReadFailed();
+        _installers.clear();
     };
     if (!gzip.OpenFor(reader.get(), path))
     {

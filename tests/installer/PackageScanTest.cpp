@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <gtest/gtest.h>
 
@@ -206,6 +207,42 @@ TEST_F(PackageScanTest, APackageCutShortIsDamagedAndKeepsNothing)
     const std::string path = Write(Members(), false);
     const std::string whole = ReadFile(path);
     WriteFile(path, whole.substr(0, whole.size() - 4));
+    const auto scan = PackageScan::Read(path);
+    EXPECT_FALSE(scan->Complete());
+    EXPECT_TRUE(scan->Damaged());
+    EXPECT_EQ(scan->Size(), -1);
+    EXPECT_TRUE(scan->Installers().empty());
+}
+
+// A tar that ends in the middle of an entry, inside a gzip stream that is itself whole:
+// the installer entries read before the break are not kept.
+TEST_F(PackageScanTest, ATarCutInsideASoundStreamKeepsNoInstaller)
+{
+    const std::vector<Member> members = {{"Install.sh", Script, 0755},
+                                         {"payload/media.bin", Noise(64 * 1024, 5)},
+                                         {"payload/Install.sh", Script, 0755}};
+    const std::string path = Write(members, false);
+    std::string tar;
+    {
+        gzFile in = gzopen(path.c_str(), "rb");
+        ASSERT_NE(in, nullptr);
+        char block[8192];
+        int count = 0;
+        while ((count = gzread(in, block, sizeof(block))) > 0)
+            tar.append(block, static_cast<std::size_t>(count));
+        gzclose(in);
+    }
+    // The installer's header and data take the first two blocks; the cut falls in the
+    // middle of the payload's data.
+    ASSERT_GT(tar.size(), 1024u + 512u + 32u * 1024u);
+    tar.resize(1024 + 512 + 32 * 1024);
+    {
+        gzFile out = gzopen(path.c_str(), "wb");
+        ASSERT_NE(out, nullptr);
+        ASSERT_EQ(gzwrite(out, tar.data(), static_cast<unsigned>(tar.size())),
+                  static_cast<int>(tar.size()));
+        ASSERT_EQ(gzclose(out), Z_OK);
+    }
     const auto scan = PackageScan::Read(path);
     EXPECT_FALSE(scan->Complete());
     EXPECT_TRUE(scan->Damaged());
