@@ -51,11 +51,22 @@ public:
         isal_inflate_init(&_state);
         _state.crc_flag = ISAL_GZIP;
     }
-    bool Ready() const { return true; }
-
-    Status Run(unsigned char*& next, std::size_t& available, unsigned char* out,
-               std::size_t room, std::size_t& produced)
+    bool Ready() const
     {
+        return true;
+    }
+
+    Status Run(unsigned char*& next, std::size_t& available, unsigned char* out, std::size_t room,
+               std::size_t& produced)
+    {
+        // ISA-L lets a member's reserved flag bits pass; zlib, gzip and the package's own
+        // installer refuse such a member, so it is refused here too before it is inflated.
+        if (_headerSeen <= FlagsOffset && FlagsOffset - _headerSeen < available &&
+            (next[FlagsOffset - _headerSeen] & ReservedFlags) != 0)
+        {
+            return Status::Damage;
+        }
+        const std::size_t before = available;
         _state.next_in = next;
         _state.avail_in = static_cast<uint32_t>(available);
         _state.next_out = out;
@@ -64,6 +75,10 @@ public:
         next = _state.next_in;
         available = _state.avail_in;
         produced = room - _state.avail_out;
+        if (_headerSeen <= FlagsOffset)
+        {
+            _headerSeen += before - available;
+        }
         if (status != ISAL_DECOMP_OK)
         {
             // Every other answer (bad block, symbol, distance, wrapper, checksum) is the data's.
@@ -76,22 +91,35 @@ public:
     {
         isal_inflate_reset(&_state);
         _state.crc_flag = ISAL_GZIP;
+        _headerSeen = 0;
         return true;
     }
 
 private:
+    // The member header's flag byte and its bits that no gzip version defines.
+    static constexpr std::size_t FlagsOffset = 3;
+    static constexpr unsigned char ReservedFlags = 0xE0;
+
     inflate_state _state;
+    // Bytes of the current member given to ISA-L so far, counted until past the flags.
+    std::size_t _headerSeen = 0;
 #else
-    Inflater() { _ready = inflateInit2(&_stream, GzipWindowBits) == Z_OK; }
+    Inflater()
+    {
+        _ready = inflateInit2(&_stream, GzipWindowBits) == Z_OK;
+    }
     ~Inflater()
     {
         if (_ready)
             inflateEnd(&_stream);
     }
-    bool Ready() const { return _ready; }
+    bool Ready() const
+    {
+        return _ready;
+    }
 
-    Status Run(unsigned char*& next, std::size_t& available, unsigned char* out,
-               std::size_t room, std::size_t& produced)
+    Status Run(unsigned char*& next, std::size_t& available, unsigned char* out, std::size_t room,
+               std::size_t& produced)
     {
         _stream.next_in = next;
         _stream.avail_in = static_cast<uInt>(available);
@@ -108,7 +136,10 @@ private:
         return status == Z_MEM_ERROR ? Status::NoMemory : Status::Damage;
     }
 
-    bool Reset() { return inflateReset(&_stream) == Z_OK; }
+    bool Reset()
+    {
+        return inflateReset(&_stream) == Z_OK;
+    }
 
 private:
     // 16 + the largest window: a gzip wrapper, whose trailer zlib checks.

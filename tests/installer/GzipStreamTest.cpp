@@ -155,6 +155,24 @@ TEST_F(GzipStreamTest, BytesAfterTheLastMemberAreDamage)
     EXPECT_FALSE(Accepted(ReadThrough(Write(bytes))));
 }
 
+TEST_F(GzipStreamTest, AMemberWithAReservedFlagIsDamage)
+{
+    // Flag bits 5 to 7 mean nothing to any gzip; gzip -t and zlib refuse such a member,
+    // in the first member and in a later one alike.
+    const std::string second = GzipMember(Text(3000, "second"));
+    for (const unsigned char bit : {0x20, 0x40, 0x80})
+    {
+        std::string first = GzipMember(Text(3000, "first"));
+        first[3] = static_cast<char>(first[3] | bit);
+        EXPECT_FALSE(Accepted(ReadThrough(Write(first)))) << int(bit);
+        std::string later = second;
+        later[3] = static_cast<char>(later[3] | bit);
+        EXPECT_FALSE(Accepted(ReadThrough(Write(GzipMember(Text(3000, "first")) + later))))
+            << int(bit);
+    }
+    EXPECT_TRUE(Accepted(ReadThrough(Write(GzipMember(Text(3000, "first")) + second))));
+}
+
 TEST_F(GzipStreamTest, AFileThatIsNotGzipGivesNoBytes)
 {
     const Outcome outcome = ReadThrough(Write(Text(100, "plain text, not gzip")));
