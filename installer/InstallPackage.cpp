@@ -1,5 +1,6 @@
 #include "InstallPackage.h"
 
+#include "ArchiveReading.h"
 #include "GzipStream.h"
 #include "PackageScan.h"
 #include "PackageScanCache.h"
@@ -65,15 +66,7 @@ constexpr int SecureNames = ARCHIVE_EXTRACT_SECURE_NODOTDOT |
 
 // The handles below are released when the call that opened them returns, whatever path it
 // takes out.
-struct ReaderDeleter
-{
-    void operator()(archive* reader) const
-    {
-        archive_read_close(reader);
-        archive_read_free(reader);
-    }
-};
-using Reader = std::unique_ptr<archive, ReaderDeleter>;
+using ArchiveReading::Reader;
 
 struct WriterDeleter
 {
@@ -213,28 +206,9 @@ bool LinkOnTheWay(const std::string& directory, const std::string& name)
     return false;
 }
 
-enum class HeaderResult
-{
-    Entry,
-    End,
-    Failed
-};
-
-// A warning still gives a usable entry; anything worse means the package is damaged.
-HeaderResult NextHeader(archive* reader, archive_entry** entry)
-{
-    const int status = archive_read_next_header(reader, entry);
-    if (status == ARCHIVE_EOF)
-    {
-        return HeaderResult::End;
-    }
-    return status >= ARCHIVE_WARN ? HeaderResult::Entry : HeaderResult::Failed;
-}
-
-std::string EntryName(archive_entry* entry)
-{
-    return FromCString(archive_entry_pathname(entry));
-}
+using ArchiveReading::EntryName;
+using ArchiveReading::HeaderResult;
+using ArchiveReading::NextHeader;
 
 // What becomes of an entry of the package.
 enum class Selection

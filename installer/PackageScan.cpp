@@ -1,5 +1,6 @@
 #include "PackageScan.h"
 
+#include "ArchiveReading.h"
 #include "GzipStream.h"
 #include "InstallPackage.h"
 
@@ -19,39 +20,10 @@ namespace
 // Read size handed to libarchive for DOS package files.
 constexpr size_t BlockSize = 10240;
 
-struct ReaderDeleter
-{
-    void operator()(archive* reader) const
-    {
-        archive_read_close(reader);
-        archive_read_free(reader);
-    }
-};
-using Reader = std::unique_ptr<archive, ReaderDeleter>;
-
-enum class HeaderResult
-{
-    Entry,
-    End,
-    Failed
-};
-
-// A warning still gives a usable entry; anything worse means the package is damaged.
-HeaderResult NextHeader(archive* reader, archive_entry** entry)
-{
-    const int status = archive_read_next_header(reader, entry);
-    if (status == ARCHIVE_EOF)
-    {
-        return HeaderResult::End;
-    }
-    return status >= ARCHIVE_WARN ? HeaderResult::Entry : HeaderResult::Failed;
-}
-
-std::string EntryName(archive_entry* entry)
-{
-    const char* name = archive_entry_pathname(entry);
-    return name != nullptr ? std::string(name) : std::string();
-}
+using ArchiveReading::EntryName;
+using ArchiveReading::HeaderResult;
+using ArchiveReading::NextHeader;
+using ArchiveReading::Reader;
 
 // An archive inside the package is unpacked as well, so it needs its room twice.
 std::int64_t Room(archive_entry* entry)

@@ -209,7 +209,8 @@ int InstallWizard::Start()
     }
 }
 
-bool InstallWizard::InstallVidorama(bool format)
+// Every screen of an installation carries the name of the menu entry that started it.
+void InstallWizard::SetInstallTitles(bool format)
 {
     const char* title = format ? "Format and Install Vidorama" : "Install Vidorama";
     _hardwareCheckStep.SetTitle(title);
@@ -219,6 +220,11 @@ bool InstallWizard::InstallVidorama(bool format)
     _installStep.SetTitle(title);
     _biosStep.SetTitle(title);
     _networkStep.SetTitle(title);
+}
+
+bool InstallWizard::InstallVidorama(bool format)
+{
+    SetInstallTitles(format);
 
     bool ok = _hardwareCheckStep.Run();
     if (ok)
@@ -457,14 +463,7 @@ bool InstallWizard::RunUnattendedChain(const AutoInstallAnswers& answers, AutoIn
     };
 
     const bool format = answers.format;
-    const char* title = format ? "Format and Install Vidorama" : "Install Vidorama";
-    _hardwareCheckStep.SetTitle(title);
-    _selectDiskStep.SetTitle(title);
-    _partitionStep.SetTitle(title);
-    _packageStep.SetTitle(title);
-    _installStep.SetTitle(title);
-    _biosStep.SetTitle(title);
-    _networkStep.SetTitle(title);
+    SetInstallTitles(format);
 
     _lastFailure.clear();
     TypeAhead({});

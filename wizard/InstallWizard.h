@@ -73,6 +73,7 @@ public:
     bool InstallUnattended();
 
 private:
+    void SetInstallTitles(bool format);
     static std::ofstream* _log;
     // The failures (level 3) logged since this was last cleared, in order:
     // the reason an unattended installation names when a step gives up.

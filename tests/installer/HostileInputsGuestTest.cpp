@@ -45,6 +45,7 @@ using Sandbox::ReadFile;
 using Sandbox::Shell;
 using Sandbox::ShellResult;
 using Sandbox::WriteFile;
+using TestSupport::NoiseBytes;
 namespace fs = std::filesystem;
 
 const char* const Disk = "/dev/vda";
@@ -68,18 +69,6 @@ bool EndsWith(const std::string& text, const std::string& suffix)
 {
     return text.size() >= suffix.size() &&
            text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
-std::string NoiseBytes(std::size_t count, std::uint32_t seed)
-{
-    std::string bytes(count, '\0');
-    std::uint32_t state = seed;
-    for (char& byte : bytes)
-    {
-        state = state * 1664525u + 1013904223u;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
 }
 
 // Overwrites count bytes from the middle of the file on.

@@ -33,25 +33,13 @@ using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageVersion;
 
 namespace fs = std::filesystem;
+using TestSupport::NoiseBytes;
 using TestSupport::ReadFile;
 using TestSupport::ScratchDirectory;
 using TestSupport::WorkingDirectory;
 using TestSupport::WriteArchive;
 using TestSupport::WriteFile;
 using Member = TestSupport::ArchiveMember;
-
-// The same bytes on every run; deflate cannot shrink them, so they are stored as they are.
-std::string NoiseBytes(std::size_t count, std::uint32_t seed)
-{
-    std::string bytes(count, '\0');
-    std::uint32_t state = seed;
-    for (char& byte : bytes)
-    {
-        state = state * 1664525u + 1013904223u;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
 
 // Text that deflate codes with Huffman tables: a damaged byte there breaks the stream.
 std::string LogLines(std::size_t count)

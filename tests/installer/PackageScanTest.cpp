@@ -35,6 +35,7 @@ using Kel::Vidorama::InstallerLib::InstallPackage;
 using Kel::Vidorama::InstallerLib::PackageScan;
 using Kel::Vidorama::InstallerLib::PackageScanCache;
 using Kel::Vidorama::InstallerLib::PackageScanner;
+using TestSupport::NoiseBytes;
 using TestSupport::ReadFile;
 using TestSupport::ScratchDirectory;
 using TestSupport::WorkingDirectory;
@@ -43,18 +44,6 @@ using TestSupport::WriteFile;
 using Member = TestSupport::ArchiveMember;
 
 const std::string Script = "#!/bin/sh\necho installing \"$2\" \"$3\"\nexit 0\n";
-
-std::string Noise(std::size_t count, std::uint32_t seed)
-{
-    std::string bytes(count, '\0');
-    std::uint32_t state = seed;
-    for (char& byte : bytes)
-    {
-        state = state * 1664525u + 1013904223u;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
 
 // Dates a file back by a day (plus seconds, so that two calls give two identities).
 void Age(const std::string& path, int seconds = 0)
@@ -124,7 +113,7 @@ protected:
     {
         return {{"payload/Version.json",
                  R"({"name": "Vidorama", "version": "12.05.01", "revision": "3456"})"},
-                {"payload/media.bin", Noise(300 * 1024, 7)},
+                {"payload/media.bin", NoiseBytes(300 * 1024, 7)},
                 {"payload/img.zip", std::string(100, 'z')},
                 {"Install.sh", script, 0755}};
     }
@@ -189,7 +178,7 @@ TEST_F(PackageScanTest, TheReadingWritesNothing)
 TEST_F(PackageScanTest, EveryInstallerEntryIsKeptInPackageOrder)
 {
     std::vector<Member> members = {{"tools/Install.sh", "#!/bin/sh\necho tools\n", 0700},
-                                   {"payload/data.bin", Noise(4096, 3)},
+                                   {"payload/data.bin", NoiseBytes(4096, 3)},
                                    {"Install.sh", Script, 0755},
                                    {"empty/Install.sh", ""},
                                    {"NotAnInstall.sh.txt", "text"}};
@@ -219,7 +208,7 @@ TEST_F(PackageScanTest, APackageCutShortIsDamagedAndKeepsNothing)
 TEST_F(PackageScanTest, ATarCutInsideASoundStreamKeepsNoInstaller)
 {
     const std::vector<Member> members = {{"Install.sh", Script, 0755},
-                                         {"payload/media.bin", Noise(64 * 1024, 5)},
+                                         {"payload/media.bin", NoiseBytes(64 * 1024, 5)},
                                          {"payload/Install.sh", Script, 0755}};
     const std::string path = Write(members, false);
     std::string tar;
@@ -347,7 +336,7 @@ TEST_F(PackageScanTest, AnotherFileUnderTheSameNameIsReadAgain)
     const std::size_t before = cache.Readings();
 
     auto members = Members("#!/bin/sh\nexit 0\n");
-    members.push_back({"payload/more.bin", Noise(5000, 9)});
+    members.push_back({"payload/more.bin", NoiseBytes(5000, 9)});
     ASSERT_TRUE(WriteArchive(path, members, false));
     Age(path, 10);
     EXPECT_EQ(package.GetExtractedSize(), Size(members));

@@ -4,7 +4,6 @@
 // ends it; every image here has a right checksum, so it reads back as it is.
 #include "Cmos.h"
 #include "ScreenTest.h"
-#include "TempDir.h"
 
 #include <chrono>
 #include <fstream>
@@ -57,21 +56,15 @@ class Rb417Suite : public GuestSuite
 public:
     static void SetUpTestSuite()
     {
-        _files = std::make_unique<Sandbox::TempDir>("/tmp/wizard-bios-");
+        _files = SuiteFiles();
         // Written before the guest starts, so that it sees them as they are.
-        std::ofstream(_files->Path() + "/nvram", std::ios::binary) << CmosBefore;
-        std::ofstream(_files->Path() + "/standard.bios", std::ios::binary) << Standard;
-        std::ofstream(_files->Path() + "/enhanced.bios", std::ios::binary) << Enhanced;
+        std::ofstream(_files + "/nvram", std::ios::binary) << CmosBefore;
+        std::ofstream(_files + "/standard.bios", std::ios::binary) << Standard;
+        std::ofstream(_files + "/enhanced.bios", std::ios::binary) << Enhanced;
         auto options = SuiteDefaults();
         options.biosVendor = Rb417Vendor;
-        options.nvramFile = _files->Path() + "/nvram";
+        options.nvramFile = _files + "/nvram";
         StartGuest(options);
-    }
-
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _files.reset();
     }
 
 protected:
@@ -80,7 +73,7 @@ protected:
         GuestSuite::SetUp();
         // Every test starts with the CMOS driver, the board's own CMOS and no
         // settings files.
-        RunInGuest("modprobe nvram && udevadm settle && dd if=" + _files->Path() +
+        RunInGuest("modprobe nvram && udevadm settle && dd if=" + _files +
                    "/nvram of=/dev/nvram bs=114 conv=notrunc status=none && "
                    "rm -f /mnt/USB/data/rb417*.bios");
     }
@@ -88,18 +81,10 @@ protected:
     // "standard" or "enhanced" under the key's name for it.
     void WriteSettings(const std::string& name, const std::string& set)
     {
-        RunInGuest("cp " + _files->Path() + "/" + set + ".bios /mnt/USB/data/" + name);
+        RunInGuest("cp " + _files + "/" + set + ".bios /mnt/USB/data/" + name);
     }
 
     std::string Cmos() const { return Sandbox::GuestCmos(Guest()); }
-
-    std::string Result() const
-    {
-        std::ifstream in(HostWorkDir() + "/result.txt");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
 
     void OpenFromMainMenu()
     {
@@ -123,10 +108,10 @@ protected:
             << screen;
     }
 
-    static std::unique_ptr<Sandbox::TempDir> _files;
+    static std::string _files;
 };
 
-std::unique_ptr<Sandbox::TempDir> Rb417Suite::_files;
+std::string Rb417Suite::_files;
 
 class BiosFromMainMenu : public Rb417Suite
 {

@@ -2,8 +2,6 @@
 // machines of different memory, boards and disks. Each suite boots its own
 // guest; the board is switched per test through the BIOS vendor text.
 #include "ScreenTest.h"
-#include "SparseImage.h"
-#include "TempDir.h"
 
 #include <chrono>
 #include <fstream>
@@ -43,58 +41,15 @@ void Pause(int milliseconds)
 class DiskStepsSuite : public GuestSuite
 {
 protected:
-    static std::unique_ptr<Sandbox::TempDir> _images;
-    static std::vector<std::unique_ptr<Sandbox::SparseImage>> _disks;
-
     static void Boot(int memMb, const std::vector<uint64_t>& disks, bool usbDisk)
     {
-        _images = std::make_unique<Sandbox::TempDir>("/tmp/wizard-disksteps-");
         auto options = SuiteDefaults();
         options.memMb = memMb;
         for (size_t i = 0; i < disks.size(); ++i)
-        {
-            _disks.push_back(std::make_unique<Sandbox::SparseImage>(
-                _images->Path() + "/disk" + std::to_string(i) + ".img", disks[i]));
-            options.disks.push_back(_disks.back()->Path());
-        }
+            options.disks.push_back(NewDiskImage("disk" + std::to_string(i) + ".img", disks[i]));
         if (usbDisk)
-        {
-            _disks.push_back(
-                std::make_unique<Sandbox::SparseImage>(_images->Path() + "/usb.img", 64ULL << 20));
-            options.usbDisks.push_back(_disks.back()->Path());
-        }
+            options.usbDisks.push_back(NewDiskImage("usb.img", 64ULL << 20));
         StartGuest(options);
-    }
-
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _disks.clear();
-        _images.reset();
-    }
-
-    void TearDown() override
-    {
-        GuestSuite::TearDown();
-        Guest().Run("while umount /sys/class/dmi/id 2>/dev/null; do :; done");
-    }
-
-    // The board as the program sees it: a vendor text, or none at all.
-    void SetBiosVendor(const std::optional<std::string>& vendor)
-    {
-        std::string command = "while umount /sys/class/dmi/id 2>/dev/null; do :; done; "
-                              "mount -t tmpfs dmi /sys/class/dmi/id";
-        if (vendor)
-            command += " && printf '%s\\n' '" + *vendor + "' > /sys/class/dmi/id/bios_vendor";
-        RunInGuest(command);
-    }
-
-    std::string Result() const
-    {
-        std::ifstream in(HostWorkDir() + "/result.txt");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
     }
 
     // The screen while the hardware check's warnings are up, then lets the step
@@ -130,9 +85,6 @@ protected:
         return std::string(23, ' ') + (current ? " > " : "   ") + path + " " + model;
     }
 };
-
-std::unique_ptr<Sandbox::TempDir> DiskStepsSuite::_images;
-std::vector<std::unique_ptr<Sandbox::SparseImage>> DiskStepsSuite::_disks;
 
 // 512 MiB of RAM leaves the kernel less than 512,000,000 bytes.
 class SmallMachineTwoDisks : public DiskStepsSuite

@@ -4,8 +4,6 @@
 // package gets the pop-up without a figure. One small disk (partition 1 FAT16,
 // partition 2 ext4), packages built in the guest.
 #include "ScreenTest.h"
-#include "SparseImage.h"
-#include "TempDir.h"
 
 #include <algorithm>
 #include <chrono>
@@ -54,38 +52,12 @@ cd /
 class InstallProgress : public GuestSuite
 {
 protected:
-    static std::unique_ptr<Sandbox::TempDir> _images;
-    static std::unique_ptr<Sandbox::SparseImage> _disk;
-
     static void SetUpTestSuite()
     {
-        _images = std::make_unique<Sandbox::TempDir>("/tmp/wizard-installprogress-");
-        _disk = std::make_unique<Sandbox::SparseImage>(_images->Path() + "/disk.img", 128ULL << 20);
         auto options = SuiteDefaults();
-        options.disks.push_back(_disk->Path());
-        options.setupScript += "parted -s /dev/vda mklabel msdos mkpart primary fat16 1MiB 41MiB "
-                               "mkpart primary ext4 41MiB 100%\n"
-                               "udevadm settle\n"
-                               "mkfs.fat -F 16 -n DOS /dev/vda1 >/dev/null\n"
-                               "mkfs.ext4 -q -F -L LINUX /dev/vda2\n"
-                               "mkdir -p /mnt/SYS /mnt/DOS\n" +
-                               MakePackages;
+        options.disks.push_back(NewDiskImage("disk.img", 128ULL << 20));
+        options.setupScript += DosAndLinuxPartitions + MakePackages;
         StartGuest(options);
-    }
-
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _disk.reset();
-        _images.reset();
-    }
-
-    std::string Result() const
-    {
-        std::ifstream in(HostWorkDir() + "/result.txt");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
     }
 
     // Watches the screen until the program ends: every progress row seen, in order.
@@ -114,9 +86,6 @@ protected:
         return seen;
     }
 };
-
-std::unique_ptr<Sandbox::TempDir> InstallProgress::_images;
-std::unique_ptr<Sandbox::SparseImage> InstallProgress::_disk;
 
 // The figure after the pop-up's text, -1 when the row has none.
 int Figure(const std::string& row)

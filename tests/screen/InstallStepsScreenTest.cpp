@@ -3,8 +3,6 @@
 // blank disk is refused by a plain installation, formatted after "y", then a
 // package is chosen and installed. The tests run in order and share the disk.
 #include "ScreenTest.h"
-#include "SparseImage.h"
-#include "TempDir.h"
 
 #include <algorithm>
 #include <fstream>
@@ -22,15 +20,10 @@ const std::string SamplePackage = "/mnt/USB/Packages/Vidorama_12.05.01.3456.tar.
 class InstallSteps : public GuestSuite
 {
 protected:
-    static std::unique_ptr<Sandbox::TempDir> _images;
-    static std::unique_ptr<Sandbox::SparseImage> _disk;
-
     static void SetUpTestSuite()
     {
-        _images = std::make_unique<Sandbox::TempDir>("/tmp/wizard-installsteps-");
-        _disk = std::make_unique<Sandbox::SparseImage>(_images->Path() + "/disk.img", 16ULL << 30);
         auto options = SuiteDefaults();
-        options.disks.push_back(_disk->Path());
+        options.disks.push_back(NewDiskImage("disk.img", 16ULL << 30));
         // The key's packages, built the same way as for the demo; the mount
         // points the installation uses.
         options.setupScript +=
@@ -41,21 +34,6 @@ protected:
         StartGuest(options);
     }
 
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _disk.reset();
-        _images.reset();
-    }
-
-    std::string Result() const
-    {
-        std::ifstream in(HostWorkDir() + "/result.txt");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
     bool Logged(const std::string& message) const
     {
         const auto messages = LogMessages();
@@ -63,22 +41,6 @@ protected:
     }
 
     std::string GuestOutput(const std::string& command) { return Guest().Run(command).output; }
-
-    void TearDown() override
-    {
-        GuestSuite::TearDown();
-        Guest().Run("while umount /sys/class/dmi/id 2>/dev/null; do :; done");
-    }
-
-    // The board as the program sees it: a vendor text, or none at all.
-    void SetBiosVendor(const std::optional<std::string>& vendor)
-    {
-        std::string command = "while umount /sys/class/dmi/id 2>/dev/null; do :; done; "
-                              "mount -t tmpfs dmi /sys/class/dmi/id";
-        if (vendor)
-            command += " && printf '%s\\n' '" + *vendor + "' > /sys/class/dmi/id/bios_vendor";
-        RunInGuest(command);
-    }
 
     // The format confirmation of the blank disk, answered "n" once looked at.
     std::string ConfirmationScreen()
@@ -115,9 +77,6 @@ protected:
         EXPECT_EQ(Row(screen, 1).find("Disk partitions"), (76 - 15) / 2 + 2) << screen;
     }
 };
-
-std::unique_ptr<Sandbox::TempDir> InstallSteps::_images;
-std::unique_ptr<Sandbox::SparseImage> InstallSteps::_disk;
 
 } // namespace
 

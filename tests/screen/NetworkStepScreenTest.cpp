@@ -4,8 +4,6 @@
 // the step alone reads them, shows them, checks what is typed and saves it.
 // The files are then read back from the disk.
 #include "ScreenTest.h"
-#include "SparseImage.h"
-#include "TempDir.h"
 
 #include <algorithm>
 #include <fstream>
@@ -96,33 +94,16 @@ std::string Line(const std::string& left, int column, const std::string& right)
 class NetworkStepSuite : public GuestSuite
 {
 protected:
-    static std::unique_ptr<Sandbox::TempDir> _images;
-    static std::unique_ptr<Sandbox::SparseImage> _disk;
-
     static void SetUpTestSuite()
     {
-        _images = std::make_unique<Sandbox::TempDir>("/tmp/wizard-networkstep-");
-        _disk = std::make_unique<Sandbox::SparseImage>(_images->Path() + "/disk.img", 128ULL << 20);
         auto options = SuiteDefaults();
-        options.disks.push_back(_disk->Path());
+        options.disks.push_back(NewDiskImage("disk.img", 128ULL << 20));
         // Partition 1 FAT16 for the DOS side, partition 2 ext4 for the Linux
         // versions; the identity tool of the key is kept aside so that a test
         // can take the serial number away.
-        options.setupScript += "parted -s /dev/vda mklabel msdos mkpart primary fat16 1MiB 41MiB "
-                               "mkpart primary ext4 41MiB 100%\n"
-                               "udevadm settle\n"
-                               "mkfs.fat -F 16 -n DOS /dev/vda1 >/dev/null\n"
-                               "mkfs.ext4 -q -F -L LINUX /dev/vda2\n"
-                               "mkdir -p /mnt/SYS /mnt/DOS\n"
-                               "cp /mnt/USB/EepromReader /run/EepromReader.key\n";
+        options.setupScript +=
+            DosAndLinuxPartitions + "cp /mnt/USB/EepromReader /run/EepromReader.key\n";
         StartGuest(options);
-    }
-
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _disk.reset();
-        _images.reset();
     }
 
     void TearDown() override
@@ -172,14 +153,6 @@ protected:
     std::string VersionFile(const std::string& relative)
     {
         return GuestOutput("cat " + VersionDir + "/" + relative);
-    }
-
-    std::string Result() const
-    {
-        std::ifstream in(HostWorkDir() + "/result.txt");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
     }
 
     bool Logged(const std::string& message) const
@@ -244,9 +217,6 @@ protected:
         ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
     }
 };
-
-std::unique_ptr<Sandbox::TempDir> NetworkStepSuite::_images;
-std::unique_ptr<Sandbox::SparseImage> NetworkStepSuite::_disk;
 
 } // namespace
 

@@ -11,6 +11,16 @@ namespace ScreenTest
 {
 
 std::unique_ptr<Sandbox::Guest> GuestSuite::_guest;
+std::unique_ptr<Sandbox::TempDir> GuestSuite::_suiteFiles;
+std::vector<std::unique_ptr<Sandbox::SparseImage>> GuestSuite::_diskImages;
+
+const std::string GuestSuite::DosAndLinuxPartitions =
+    "parted -s /dev/vda mklabel msdos mkpart primary fat16 1MiB 41MiB "
+    "mkpart primary ext4 41MiB 100%\n"
+    "udevadm settle\n"
+    "mkfs.fat -F 16 -n DOS /dev/vda1 >/dev/null\n"
+    "mkfs.ext4 -q -F -L LINUX /dev/vda2\n"
+    "mkdir -p /mnt/SYS /mnt/DOS\n";
 
 std::string Wizard()
 {
@@ -139,7 +149,28 @@ void GuestSuite::SetUpTestSuite()
 
 void GuestSuite::TearDownTestSuite()
 {
+    // The images go only once the machine that had them open has stopped.
     _guest.reset();
+    _diskImages.clear();
+    _suiteFiles.reset();
+}
+
+std::string GuestSuite::SuiteFiles()
+{
+    if (!_suiteFiles)
+    {
+        const auto* suite = testing::UnitTest::GetInstance()->current_test_suite();
+        std::string name = suite != nullptr ? suite->name() : "suite";
+        std::replace(name.begin(), name.end(), '/', '-');
+        _suiteFiles = std::make_unique<Sandbox::TempDir>("/tmp/wizard-" + name + "-");
+    }
+    return _suiteFiles->Path();
+}
+
+std::string GuestSuite::NewDiskImage(const std::string& name, unsigned long long bytes)
+{
+    _diskImages.push_back(std::make_unique<Sandbox::SparseImage>(SuiteFiles() + "/" + name, bytes));
+    return _diskImages.back()->Path();
 }
 
 void GuestSuite::SetUp()
@@ -150,12 +181,16 @@ void GuestSuite::SetUp()
 
 void GuestSuite::TearDown()
 {
+    const bool biosVendorSet = _biosVendorSet;
+    _biosVendorSet = false;
     // A test that ended the machine (restart, halt) leaves nothing to clean.
     if (_guest->WaitEnded(0))
     {
         _running = false;
         return;
     }
+    if (biosVendorSet)
+        _guest->Run("while umount /sys/class/dmi/id 2>/dev/null; do :; done");
     if (_running)
     {
         // A failed test may leave its program on the console: end it so the
@@ -224,6 +259,24 @@ std::string GuestSuite::Log() const
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
+}
+
+std::string GuestSuite::Result() const
+{
+    std::ifstream in(HostWorkDir() + "/result.txt");
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void GuestSuite::SetBiosVendor(const std::optional<std::string>& vendor)
+{
+    std::string command = "while umount /sys/class/dmi/id 2>/dev/null; do :; done; "
+                          "mount -t tmpfs dmi /sys/class/dmi/id";
+    if (vendor)
+        command += " && printf '%s\\n' '" + *vendor + "' > /sys/class/dmi/id/bios_vendor";
+    _biosVendorSet = true;
+    RunInGuest(command);
 }
 
 std::vector<std::string> GuestSuite::LogMessages() const

@@ -4,6 +4,8 @@
 // wizard started on its console, and helpers to read the 80x25 screen.
 
 #include "Guest.h"
+#include "SparseImage.h"
+#include "TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -49,6 +51,15 @@ protected:
 
     static Sandbox::Guest& Guest() { return *_guest; }
 
+    // A directory on the host for the suite's files (disk images, CMOS files), made at the
+    // first call and removed with all it holds after the suite's guest has stopped.
+    static std::string SuiteFiles();
+    // A sparse disk image of bytes in SuiteFiles(), removed with it.
+    static std::string NewDiskImage(const std::string& name, unsigned long long bytes);
+    // Guest setup commands that lay /dev/vda out as an installation does, without its
+    // contents: FAT16 "DOS" of 40 MiB, ext4 "LINUX" on the rest, and the mount points.
+    static const std::string DosAndLinuxPartitions;
+
     // Kernel command line the program sees; nullopt: an empty /proc/cmdline.
     void SetKernelCommandLine(const std::optional<std::string>& text);
     void RunInGuest(const std::string& command);
@@ -62,6 +73,12 @@ protected:
     std::string Log() const;                      // installer.log of this test
     std::vector<std::string> LogMessages() const; // the message column
     bool WaitForLog(const std::string& message, int timeoutSec = 20) const;
+    // result.txt, where the test programs write what their steps returned.
+    std::string Result() const;
+
+    // The board as the program sees it: a BIOS vendor text, or none at all; the real one
+    // comes back after the test.
+    void SetBiosVendor(const std::optional<std::string>& vendor);
 
     std::string Screen() const { return _guest->Screen(); }
     std::string StyledScreen() const { return _guest->StyledScreen(); }
@@ -72,7 +89,10 @@ protected:
 
 private:
     static std::unique_ptr<Sandbox::Guest> _guest;
+    static std::unique_ptr<Sandbox::TempDir> _suiteFiles;
+    static std::vector<std::unique_ptr<Sandbox::SparseImage>> _diskImages;
     bool _running = false;
+    bool _biosVendorSet = false;
 };
 
 } // namespace ScreenTest

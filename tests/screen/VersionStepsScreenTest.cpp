@@ -9,8 +9,6 @@
 // to a DOS version, which restarts as well, is covered through the whole
 // program in MaintenanceScreenTest.)
 #include "ScreenTest.h"
-#include "SparseImage.h"
-#include "TempDir.h"
 
 #include <algorithm>
 #include <fstream>
@@ -216,31 +214,22 @@ private:
 class VersionStepsSuite : public GuestSuite
 {
 protected:
-    static std::unique_ptr<Sandbox::TempDir> _images;
-    static std::unique_ptr<Sandbox::SparseImage> _disk;
+    static std::string _disk;
 
-    static void StartWithDisk(const std::string& prefix)
+    static void StartWithDisk()
     {
-        _images = std::make_unique<Sandbox::TempDir>(prefix);
-        _disk = std::make_unique<Sandbox::SparseImage>(_images->Path() + "/disk.img", 3ULL << 30);
+        _disk = NewDiskImage("disk.img", 3ULL << 30);
         auto options = SuiteDefaults();
-        options.disks = {_disk->Path()};
+        options.disks = {_disk};
         options.setupScript += PrepareDisk;
         StartGuest(options);
-    }
-
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _disk.reset();
-        _images.reset();
     }
 
     // A second machine that only looks at the disk a restarted one left.
     static std::string Inspect(const std::string& commands)
     {
         Sandbox::GuestOptions options;
-        options.disks.push_back(_disk->Path());
+        options.disks.push_back(_disk);
         options.timeoutSec = 600;
         Sandbox::Guest inspector(options);
         return inspector
@@ -272,14 +261,6 @@ protected:
         return Guest()
             .Run("grep -e ' /mnt/SYS ' -e ' /mnt/DOS ' /proc/mounts | cut -d' ' -f1,2")
             .output;
-    }
-
-    std::string Result() const
-    {
-        std::ifstream in(HostWorkDir() + "/result.txt");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
     }
 
     bool Logged(const std::string& message) const
@@ -319,8 +300,7 @@ protected:
     }
 };
 
-std::unique_ptr<Sandbox::TempDir> VersionStepsSuite::_images;
-std::unique_ptr<Sandbox::SparseImage> VersionStepsSuite::_disk;
+std::string VersionStepsSuite::_disk;
 
 // ---------------------------------------------------------------------------
 // The version selection.
@@ -328,7 +308,7 @@ std::unique_ptr<Sandbox::SparseImage> VersionStepsSuite::_disk;
 class VersionSelection : public VersionStepsSuite
 {
 protected:
-    static void SetUpTestSuite() { StartWithDisk("/tmp/wizard-versionselection-"); }
+    static void SetUpTestSuite() { StartWithDisk(); }
 };
 
 TEST_F(VersionSelection, TheInstalledVersionsWithTheRunningOneOutOfReach)
@@ -630,7 +610,7 @@ TEST_F(VersionSelection, OnlyTheCurrentVersionIsGreyedWhenItIsTheRunningOne)
 class ConfigurationLines : public VersionStepsSuite
 {
 protected:
-    static void SetUpTestSuite() { StartWithDisk("/tmp/wizard-configurationlines-"); }
+    static void SetUpTestSuite() { StartWithDisk(); }
 
     // Configuration lines, and files beside them that are not: "-" is not a
     // word character, and the name must end in ".lin".
@@ -806,7 +786,7 @@ TEST_F(ConfigurationLines, AnUnmountableDosPartitionIsOnlyShown)
 class RemoveVersion : public VersionStepsSuite
 {
 protected:
-    static void SetUpTestSuite() { StartWithDisk("/tmp/wizard-removeversion-"); }
+    static void SetUpTestSuite() { StartWithDisk(); }
 
     std::string Installed()
     {
@@ -1122,7 +1102,7 @@ const std::string RebootBottom = "<ENTER> to reboot";
 class ChangeLinuxVersion : public VersionStepsSuite
 {
 protected:
-    static void SetUpTestSuite() { StartWithDisk("/tmp/wizard-changelinux-"); }
+    static void SetUpTestSuite() { StartWithDisk(); }
 
     // Where "current" points and what the top-level configuration says.
     std::string BootState()

@@ -73,6 +73,18 @@ bool WriteArchive(const std::string& path, const std::vector<ArchiveMember>& mem
     return archive_write_close(writer.get()) == ARCHIVE_OK;
 }
 
+std::string NoiseBytes(std::size_t count, std::uint32_t seed)
+{
+    std::string bytes(count, '\0');
+    std::uint32_t state = seed;
+    for (char& byte : bytes)
+    {
+        state = state * 1664525u + 1013904223u;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
 std::string ReadFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -26,6 +28,10 @@ struct ArchiveMember
 // Writes a package the way vendors build them: a gzip-compressed tar (pax), or
 // a zip; every member dated the same, so two runs give the same bytes.
 bool WriteArchive(const std::string& path, const std::vector<ArchiveMember>& members, bool zip);
+
+// The same bytes on every run for the same seed; deflate cannot shrink them, so a package
+// member made of them is stored as it is, and its size on the key is known.
+std::string NoiseBytes(std::size_t count, std::uint32_t seed);
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
