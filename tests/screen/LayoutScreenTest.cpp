@@ -8,9 +8,6 @@
 // writes each screen there (the README's pictures are taken from them).
 #include "ScreenTest.h"
 
-#include "SparseImage.h"
-#include "TempDir.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -99,6 +96,7 @@ const std::string DiskBottom = "<ESC> return to the main menu, <ENTER> to select
 const std::string PackageBottom = "<ESC> return to the main menu, <ENTER> to select the package";
 const std::string VersionBottom = "<ESC> return to the main menu, <ENTER> to select the version";
 const std::string BiosBottom = "<ENTER> or number to select the settings";
+const std::string FormBottom = "<ENTER> to apply configuration";
 const std::string ToolBottom =
     "<ESC> return to the main menu, <ENTER> or number to select the settings";
 const std::string BiosIntro1 = "The system needs to change the BIOS to ensure valid settings";
@@ -131,20 +129,13 @@ std::string Item(int column, bool current, const std::string& name, const std::s
 class LayoutSuite : public GuestSuite
 {
 protected:
-    static std::unique_ptr<Sandbox::TempDir> _images;
-    static std::unique_ptr<Sandbox::SparseImage> _first;
-    static std::unique_ptr<Sandbox::SparseImage> _second;
-
     static void StartMachine(int columns, int rows)
     {
-        _images = std::make_unique<Sandbox::TempDir>("/tmp/wizard-layout-");
-        _first = std::make_unique<Sandbox::SparseImage>(_images->Path() + "/first.img", 3ULL << 30);
-        _second =
-            std::make_unique<Sandbox::SparseImage>(_images->Path() + "/second.img", 3ULL << 30);
         auto options = SuiteDefaults();
         options.columns = columns;
         options.rows = rows;
-        options.disks = {_first->Path(), _second->Path()};
+        options.disks = {NewDiskImage("first.img", 3ULL << 30),
+                         NewDiskImage("second.img", 3ULL << 30)};
         // The key's packages: two Linux ones and the DOS one of the same
         // number as the older; the tool list.
         options.setupScript += PrepareDisk("/dev/vda") + Versions("/dev/vda") +
@@ -155,14 +146,6 @@ protected:
                                "mkdir -p /mnt/USB/HardwareMaintenance && cat > " +
                                ToolList + " <<'JSON'\n" + Tools + "\nJSON\n";
         StartGuest(options);
-    }
-
-    static void TearDownTestSuite()
-    {
-        GuestSuite::TearDownTestSuite();
-        _first.reset();
-        _second.reset();
-        _images.reset();
     }
 
     void TearDown() override
@@ -193,10 +176,6 @@ protected:
         EXPECT_TRUE(WaitExit(60).has_value()) << Screen();
     }
 };
-
-std::unique_ptr<Sandbox::TempDir> LayoutSuite::_images;
-std::unique_ptr<Sandbox::SparseImage> LayoutSuite::_first;
-std::unique_ptr<Sandbox::SparseImage> LayoutSuite::_second;
 
 // ---------------------------------------------------------------------------
 // 128x48: width 124, height 46, content rows 2 to 44 of the screen, the help
@@ -360,7 +339,9 @@ protected:
         Capture(name, screen);
         const auto rows = Rows(screen);
         ASSERT_GE(rows.size(), static_cast<size_t>(_lines)) << screen;
-        EXPECT_EQ(rows[static_cast<size_t>(_lines - 2)], "  " + bottom) << name << "\n" << screen;
+        EXPECT_EQ(rows[static_cast<size_t>(_lines - 2)], bottom.empty() ? "" : "  " + bottom)
+            << name << "\n"
+            << screen;
         for (size_t row = static_cast<size_t>(_lines); row < rows.size(); ++row)
             EXPECT_EQ(rows[row], "") << name << " row " << row << "\n" << screen;
         std::stable_sort(texts.begin(), texts.end(),
@@ -429,6 +410,45 @@ protected:
                         "Vidorama 12.05.01", "Vidorama 12.05.01 (DOS)"},
                        VersionBottom);
         ExpectExit({"Escape"});
+
+        // The questions that destroy something, each naming the disk, each
+        // answered "n".
+        screen = Show(Program("InstallStepsProgram") + " partition format", "Continue? (y/n)");
+        ExpectAllShown("format-question", screen,
+                       {"Disk partitions",
+                        "The Linux partition will be formatted. All the data will be lost.",
+                        "If you want to keep them, backup them before to proceed to the format.",
+                        "Continue? (y/n)", "Disk: /dev/vd",
+                        "- Partitions 2 (EXT4 \"LINUX\") and 3 (swap \"SWAP\") are made anew.",
+                        "- The disk's boot code is replaced by syslinux's."},
+                       "");
+        ExpectExit({"n"});
+        screen = Show(Program("VersionStepsProgram") + " remove all", "continue ? (y/n)");
+        ExpectAllShown("remove-all-question", screen,
+                       {"Remove version", "Disk: /dev/vd",
+                        "All versions of Vidorama will be deleted, continue ? (y/n)"},
+                       "<ESC> return to main menu");
+        Keys({"n"});
+        Shown("<ENTER> return to main menu");
+        ExpectExit({"Enter"});
+        screen = Show(Program("VersionStepsProgram") + " lines", "(y/n)");
+        ExpectAllShown("configuration-lines-question", screen,
+                       {"Clear configuration lines", "Disk: /dev/vd",
+                        "All configuration lines of Vidorama will be deleted, continue? (y/n)"},
+                       "");
+        ExpectExit({"n"});
+
+        // The network form at the end of an installation: its labels down the
+        // left, the name servers on the right of the same rows.
+        screen = Show(Program("NetworkStepProgram") + " linux", FormBottom);
+        ExpectAllShown("network-form", screen,
+                       {"Network Configuration", "Hostname:", "PC Lan 1",
+                        "Mode:", "IP Address:", "Submask:", "Gateway:"},
+                       FormBottom);
+        for (const char* label : {"DNS", "Primary:", "Secondary:", "Domain:"})
+            EXPECT_NE(screen.find(label), std::string::npos) << label << "\n" << screen;
+        RunInGuest("pkill -9 -f NetworkStepProgram");
+        EXPECT_TRUE(WaitExit().has_value()) << Screen();
 
         // The maintenance menu with its countdown, which ends it.
         screen = Show(Program("StartStepProgram") + " --disk --hw --bios --timer",
