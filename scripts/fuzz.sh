@@ -64,14 +64,16 @@ runs="$build/fuzz-runs"
 fuzz_one() {
   local name=$1 dir="$runs/$1"
   rm -rf "$dir"
-  mkdir -p "$dir/corpus" "$dir/artifacts"
+  mkdir -p "$dir/corpus" "$dir/artifacts" "$dir/tmp"
   cp -r "fuzz/corpus/$name/." "$dir/corpus/"
   local seeds extra=()
   seeds=$(find "$dir/corpus" -type f | wc -l)
   [ -d "fuzz/regressions/$name" ] && extra+=("$root/fuzz/regressions/$name")
   [ -f "fuzz/dictionaries/$name.dict" ] && extra+=("-dict=$root/fuzz/dictionaries/$name.dict")
   local status=0
-  "$build/fuzz/fuzz_$name" "$dir/corpus" "${extra[@]}" \
+  # The targets' scratch files stay in the run's own directory, even when a
+  # crash leaves no time to remove them.
+  TMPDIR="$dir/tmp" "$build/fuzz/fuzz_$name" "$dir/corpus" "${extra[@]}" \
     -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$dir/artifacts/" >"$dir/log" 2>&1 || status=$?
   local executions speed corpus crashes
