@@ -29,15 +29,6 @@ const std::string Failed = "Unattended installation failed";
 const std::string Succeeded = "Unattended installation succeeded";
 const std::string NothingWritten = "Nothing was written to any disk.";
 
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 Json::Value ParseJson(const std::string& text)
 {
     Json::Value root;
@@ -143,14 +134,7 @@ protected:
     // A second machine that only looks at the disk the installation left.
     static std::string Inspect(const std::string& commands)
     {
-        Sandbox::GuestOptions options;
-        options.disks.push_back(_disk->Path());
-        options.timeoutSec = 600;
-        Sandbox::Guest inspector(options);
-        return inspector
-            .Run("mkdir -p /mnt/SYS && mount -o ro -t ext4 /dev/vda2 /mnt/SYS && { " + commands +
-                 "; }; umount /mnt/SYS")
-            .output;
+        return LookAtDisk(_disk->Path(), commands, false);
     }
 };
 

@@ -1,9 +1,7 @@
 // Looking at an installed disk from outside the wizard, in the guest.
 #pragma once
 
-#include <sstream>
 #include <string>
-#include <vector>
 
 namespace ScreenTest
 {
@@ -21,16 +19,6 @@ inline std::string OnPartitions(const std::string& dosPartition, const std::stri
            dosPartition + " /run/look/dos && cd /run/look || exit 99; { " + commands +
            "; }; status=$?; cd / && umount /run/look/sys /run/look/dos || status=98; "
            "exit $status";
-}
-
-// The lines of a command's output.
-inline std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
 }
 
 } // namespace ScreenTest

@@ -107,15 +107,7 @@ protected:
     // A second machine that only looks at the disk the installation left.
     static std::string Inspect(const std::string& commands)
     {
-        Sandbox::GuestOptions options;
-        options.disks.push_back(_disk->Path());
-        options.timeoutSec = 600;
-        Sandbox::Guest inspector(options);
-        const auto result = inspector.Run("mkdir -p /mnt/DOS /mnt/SYS && "
-                                          "mount -o ro -t vfat /dev/vda1 /mnt/DOS && "
-                                          "mount -o ro -t ext4 /dev/vda2 /mnt/SYS && { " +
-                                          commands + "; }; umount /mnt/DOS /mnt/SYS");
-        return result.output;
+        return LookAtDisk(_disk->Path(), commands);
     }
 
     // The installation leaves a boot-once entry for the new version: the

@@ -37,6 +37,15 @@ std::string SampleUsbKey()
     return std::string(WIZARD_SOURCE_DIR) + "/sample/usbkey";
 }
 
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
 bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted)
 {
     auto at = lines.begin();
@@ -259,6 +268,21 @@ std::string GuestSuite::Log() const
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
+}
+
+std::string GuestSuite::LookAtDisk(const std::string& image, const std::string& commands, bool dos)
+{
+    Sandbox::GuestOptions options;
+    options.disks.push_back(image);
+    options.timeoutSec = 600;
+    Sandbox::Guest inspector(options);
+    const std::string mount =
+        dos ? "mkdir -p /mnt/DOS /mnt/SYS && mount -o ro -t vfat /dev/vda1 /mnt/DOS && "
+              "mount -o ro -t ext4 /dev/vda2 /mnt/SYS"
+            : "mkdir -p /mnt/SYS && mount -o ro -t ext4 /dev/vda2 /mnt/SYS";
+    const std::string unmount = dos ? "umount /mnt/DOS /mnt/SYS" : "umount /mnt/SYS";
+    return inspector.Run("export LC_ALL=C; " + mount + " && { " + commands + "; }; " + unmount)
+        .output;
 }
 
 std::string GuestSuite::Result() const

@@ -28,6 +28,8 @@ std::string SampleUsbKey();
 // The text of one screen row, without trailing blanks.
 std::string Row(const std::string& screen, int row);
 std::vector<std::string> Rows(const std::string& screen);
+// The lines of a command's output or a file, without their line ends.
+std::vector<std::string> Lines(const std::string& text);
 // Whether wanted appear in lines in this order (other lines may come between).
 bool InOrder(const std::vector<std::string>& lines, const std::vector<std::string>& wanted);
 
@@ -59,6 +61,11 @@ protected:
     // Guest setup commands that lay /dev/vda out as an installation does, without its
     // contents: FAT16 "DOS" of 40 MiB, ext4 "LINUX" on the rest, and the mount points.
     static const std::string DosAndLinuxPartitions;
+    // Boots a second machine with only the disk image, mounts its partitions read-only on
+    // /mnt/SYS (and /mnt/DOS with dos), runs commands there in the C locale and returns
+    // their output: the disk as the wizard left it, seen from outside.
+    static std::string LookAtDisk(const std::string& image, const std::string& commands,
+                                  bool dos = true);
 
     // Kernel command line the program sees; nullopt: an empty /proc/cmdline.
     void SetKernelCommandLine(const std::optional<std::string>& text);

@@ -129,15 +129,6 @@ const std::string SeveralVersions =
     LinuxVersion("12.04.01.3000", false) + LinuxVersion("11.02.03.77", false) +
     DosVersion("120501") + CurrentVersion(Running) + DosSystem;
 
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 // The first screen row equal to text; -1 when there is none.
 int RowOf(const std::string& screen, const std::string& text)
 {
@@ -226,18 +217,7 @@ protected:
     }
 
     // A second machine that only looks at the disk a restarted one left.
-    static std::string Inspect(const std::string& commands)
-    {
-        Sandbox::GuestOptions options;
-        options.disks.push_back(_disk);
-        options.timeoutSec = 600;
-        Sandbox::Guest inspector(options);
-        return inspector
-            .Run("export LC_ALL=C; mkdir -p /mnt/DOS /mnt/SYS && mount -o ro -t vfat /dev/vda1 "
-                 "/mnt/DOS && mount -o ro -t ext4 /dev/vda2 /mnt/SYS && { " +
-                 commands + "; }; umount /mnt/DOS /mnt/SYS")
-            .output;
-    }
+    static std::string Inspect(const std::string& commands) { return LookAtDisk(_disk, commands); }
 
     // Empties both partitions, then lays out what layout (shell text ending
     // in "&& ") makes. Mounted: left on the mount points, as the version
