@@ -249,28 +249,26 @@ TEST_F(TallConsole, DisksPackagesAndVersionsAreWhereTheirFormulasPutThem)
     ExpectRow(screen, BottomRow, "  " + DiskBottom);
     ExpectExit({"Escape"});
 
-    // The packages: menu at (height - 13) / 2 = 16; the DOS package says so.
-    screen = Show(Program("InstallStepsProgram") + " package escape 1", PackageBottom);
-    ExpectRow(screen, 1, Title("Available packages"));
-    ExpectRow(screen, ScreenRow(3), At(column, "Select the package to install:"));
+    // The packages, then the installed versions in the same place: menu at
+    // (height - 13) / 2 = 16 under the heading; the DOS one says so.
     const int packageRow = ScreenRow((Height - 13) / 2);
-    ExpectRow(screen, packageRow, Item(column, true, "Vidorama", "12.06.02"));
-    ExpectRow(screen, packageRow + 1, Item(column, false, "Vidorama", "12.05.01"));
-    ExpectRow(screen, packageRow + 2, Item(column, false, "Vidorama", "12.05.01 (DOS)"));
-    ExpectEmpty(screen, {packageRow - 1, packageRow + 3});
-    ExpectRow(screen, BottomRow, "  " + PackageBottom);
-    ExpectExit({"Escape"});
-
-    // The installed versions: the same place; the DOS version says so.
-    screen = Show(Program("VersionStepsProgram") + " available", VersionBottom);
-    ExpectRow(screen, 1, Title("Available versions"));
-    ExpectRow(screen, ScreenRow(3), At(column, "Select the version :"));
-    ExpectRow(screen, packageRow, Item(column, true, "Vidorama", "12.06.02"));
-    ExpectRow(screen, packageRow + 1, Item(column, false, "Vidorama", "12.05.01"));
-    ExpectRow(screen, packageRow + 2, Item(column, false, "Vidorama", "12.05.01 (DOS)"));
-    ExpectEmpty(screen, {packageRow - 1, packageRow + 3});
-    ExpectRow(screen, BottomRow, "  " + VersionBottom);
-    ExpectExit({"Escape"});
+    const auto expectVersionMenu = [&](const std::string& commandLine, const std::string& title,
+                                       const std::string& heading, const std::string& bottom)
+    {
+        screen = Show(commandLine, bottom);
+        ExpectRow(screen, 1, Title(title));
+        ExpectRow(screen, ScreenRow(3), At(column, heading));
+        ExpectRow(screen, packageRow, Item(column, true, "Vidorama", "12.06.02"));
+        ExpectRow(screen, packageRow + 1, Item(column, false, "Vidorama", "12.05.01"));
+        ExpectRow(screen, packageRow + 2, Item(column, false, "Vidorama", "12.05.01 (DOS)"));
+        ExpectEmpty(screen, {packageRow - 1, packageRow + 3});
+        ExpectRow(screen, BottomRow, "  " + bottom);
+        ExpectExit({"Escape"});
+    };
+    expectVersionMenu(Program("InstallStepsProgram") + " package escape 1", "Available packages",
+                      "Select the package to install:", PackageBottom);
+    expectVersionMenu(Program("VersionStepsProgram") + " available", "Available versions",
+                      "Select the version :", VersionBottom);
 }
 
 TEST_F(TallConsole, BiosSettingsAndToolsAreWhereTheirFormulasPutThem)
