@@ -289,6 +289,21 @@ class VersionSelection : public VersionStepsSuite
 {
 protected:
     static void SetUpTestSuite() { StartWithDisk(); }
+
+    // The list refused for a disk it cannot read: its two lines, ENTER back
+    // with nothing chosen. Returns the screen as it was refused.
+    std::string ExpectRefused()
+    {
+        EXPECT_TRUE(WaitFor(FailureBottom)) << Screen();
+        const std::string screen = Screen();
+        EXPECT_EQ(Row(screen, 5), ContentRow("Disk not correctly prepare for installation!", 3))
+            << screen;
+        EXPECT_EQ(Row(screen, 6), ContentRow("See installer.log for details", 3)) << screen;
+        Keys({"Enter"});
+        EXPECT_EQ(WaitExit().value_or(-1), 0) << Screen();
+        EXPECT_EQ(Result(), "run 0 version none\n");
+        return screen;
+    }
 };
 
 TEST_F(VersionSelection, TheInstalledVersionsWithTheRunningOneOutOfReach)
@@ -405,19 +420,12 @@ TEST_F(VersionSelection, AMountPointHeldByAnotherDiskStopsTheStep)
                "mount --bind /tmp/held-sys /mnt/SYS && "
                "(cd /mnt/SYS && sleep 600 </dev/null >/dev/null 2>&1 &)");
     Run("available 1");
-    ASSERT_TRUE(WaitFor(FailureBottom)) << Screen();
-    const std::string screen = Screen();
-    EXPECT_EQ(Row(screen, 5), ContentRow("Disk not correctly prepare for installation!", 3))
-        << screen;
-    EXPECT_EQ(Row(screen, 6), ContentRow("See installer.log for details", 3)) << screen;
+    const std::string screen = ExpectRefused();
     EXPECT_NE(Row(screen, 8).find("/mnt/SYS is held by "), std::string::npos) << screen;
     EXPECT_NE(Row(screen, 8).find(", not by /dev/vda: it cannot be released."), std::string::npos)
         << screen;
     EXPECT_EQ(screen.find("11.01.01"), std::string::npos) << screen;
-    Keys({"Enter"});
-    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
     RunInGuest("pkill -x sleep; sleep 1; umount /mnt/SYS; umount /mnt/DOS 2>/dev/null; true");
-    EXPECT_EQ(Result(), "run 0 version none\n");
     bool named = false;
     for (const auto& message : Messages())
         named = named || message.rfind("3 /mnt/SYS is held by ", 0) == 0;
@@ -432,17 +440,11 @@ TEST_F(VersionSelection, ADosPartitionThatCannotBeMountedStopsTheStep)
     ASSERT_TRUE(dos.Done()) << dos.Output();
     Run("available 1");
     ASSERT_TRUE(WaitFor(FailureBottom)) << Screen();
-    const std::string screen = Screen();
+    ExpectIgnored({"Escape", "n"});
+    const std::string screen = ExpectRefused();
     EXPECT_EQ(Row(screen, TitleRow), Centered("Available versions")) << screen;
-    EXPECT_EQ(Row(screen, 5), ContentRow("Disk not correctly prepare for installation!", 3))
-        << screen;
-    EXPECT_EQ(Row(screen, 6), ContentRow("See installer.log for details", 3)) << screen;
     EXPECT_EQ(Row(screen, BottomRow), "  " + FailureBottom) << screen;
     EXPECT_EQ(screen.find("Vidorama 12"), std::string::npos) << screen;
-    ExpectIgnored({"Escape", "n"});
-    Keys({"Enter"});
-    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
-    EXPECT_EQ(Result(), "run 0 version none\n");
     EXPECT_EQ(Log(), "");
     // The Linux partition was mounted all the same.
     EXPECT_EQ(Mounts(), "/dev/vda2 /mnt/SYS\n");
@@ -455,12 +457,7 @@ TEST_F(VersionSelection, ADosPartitionThatCannotBeMountedStopsEvenBesideAMounted
     ASSERT_TRUE(dos.Done()) << dos.Output();
     RunInGuest("mount -t ext4 /dev/vda2 /mnt/SYS");
     Run("available 1");
-    ASSERT_TRUE(WaitFor(FailureBottom)) << Screen();
-    EXPECT_EQ(Row(Screen(), 5), ContentRow("Disk not correctly prepare for installation!", 3))
-        << Screen();
-    Keys({"Enter"});
-    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
-    EXPECT_EQ(Result(), "run 0 version none\n");
+    ExpectRefused();
     EXPECT_EQ(Messages(),
               std::vector<std::string>{"3 Could not read installed version from disk /dev/vda in "
                                        "directory /mnt/SYS/Versions"})
@@ -494,13 +491,7 @@ TEST_F(VersionSelection, ALinuxPartitionThatCannotBeMountedStopsBesideAMountedDo
     ASSERT_TRUE(linux.Done()) << linux.Output();
     RunInGuest("mount -t vfat /dev/vda1 /mnt/DOS");
     Run("available 1");
-    ASSERT_TRUE(WaitFor(FailureBottom)) << Screen();
-    EXPECT_EQ(Row(Screen(), 5), ContentRow("Disk not correctly prepare for installation!", 3))
-        << Screen();
-    EXPECT_EQ(Row(Screen(), 6), ContentRow("See installer.log for details", 3)) << Screen();
-    Keys({"Enter"});
-    ASSERT_EQ(WaitExit().value_or(-1), 0) << Screen();
-    EXPECT_EQ(Result(), "run 0 version none\n");
+    ExpectRefused();
     EXPECT_EQ(Messages(),
               std::vector<std::string>{"3 Could not read installed version from disk /dev/vda in "
                                        "directory /mnt/DOS/Versions"})
