@@ -143,6 +143,7 @@ DISK
     # once more when it ends.
     cat <<'CMOS'
 ( while :; do cat /dev/nvram > /io/cmos.tmp 2>/dev/null && mv -f /io/cmos.tmp /io/cmos; sleep 1; done ) &
+cmos_copier=$!
 CMOS
   fi
   if [[ -n $auto_file ]]; then
@@ -151,15 +152,21 @@ CMOS
     cat <<'REPORTS'
 mkdir -p /io/reports
 ( while :; do [ -d /mnt/USB/reports ] && cp -a /mnt/USB/reports/. /io/reports/ 2>/dev/null; sleep 1; done ) &
+reports_copier=$!
 REPORTS
   fi
   printf 'status=0\n%q' "$build/wizard/InstallWizard"
   for a in "${wizard_args[@]}"; do printf ' %q' "$a"; done
   echo ' || status=$?'
   if [[ $board == rb417 ]]; then
-    echo 'cat /dev/nvram > /io/cmos.tmp 2>/dev/null && mv -f /io/cmos.tmp /io/cmos'
+    # The copier stops first: its rename of the same temporary file could
+    # otherwise take this one's away, and under "set -e" that failed copy
+    # would stand in for the wizard's own status.
+    echo 'kill "$cmos_copier" 2>/dev/null || true; wait "$cmos_copier" 2>/dev/null || true'
+    echo '{ cat /dev/nvram > /io/cmos.tmp && mv -f /io/cmos.tmp /io/cmos; } 2>/dev/null || true'
   fi
   if [[ -n $auto_file ]]; then
+    echo 'kill "$reports_copier" 2>/dev/null || true; wait "$reports_copier" 2>/dev/null || true'
     echo '[ -d /mnt/USB/reports ] && cp -a /mnt/USB/reports/. /io/reports/ 2>/dev/null || true'
   fi
   echo 'exit $status'
