@@ -175,12 +175,7 @@ TEST_F(SmallMachineTwoDisks, MenuListsTheTargetDisksButNotTheUsbDisk)
 // empty.
 TEST_F(SmallMachineTwoDisks, At80x24TheHeadingAndEveryDiskAreSeen)
 {
-    struct ConsoleSize
-    {
-        Sandbox::Guest& guest;
-        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore{Guest()};
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     Start(Program("DiskStepsProgram") + " disk 1");
     ASSERT_TRUE(WaitFor("/dev/vdb")) << Screen();
     ASSERT_TRUE(WaitFor("<ENTER> to select the disk")) << Screen();

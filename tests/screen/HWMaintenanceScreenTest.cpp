@@ -695,12 +695,7 @@ TEST_F(HWMaintenance, WithOneToThreeToolsEveryToolAndItsHelpAreVisible)
 // happens; the tmux screen keeps its 25th row empty.
 TEST_F(HWMaintenance, At80x24EveryToolAndItsHelpAreVisible)
 {
-    struct ConsoleSize
-    {
-        Sandbox::Guest& guest;
-        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore{Guest()};
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     for (const std::string& json : {std::string(R"([{"menu": "1", "label": "Only tool",
         "description": "Help of the only tool", "executable": "hwtest/one.sh"}])"),
                                     FourTools})

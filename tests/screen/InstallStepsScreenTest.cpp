@@ -188,12 +188,7 @@ TEST_F(InstallSteps, OnASupportedBoardOnlyTheMemoryWarningIsRepeated)
 // test and back to 80x25 after it; every text is still there, within the frame.
 TEST_F(InstallSteps, At80x24TheConfirmationShowsEveryText)
 {
-    struct ConsoleSize
-    {
-        Sandbox::Guest& guest;
-        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore{Guest()};
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     SetBiosVendor(std::nullopt);
     const std::string screen = ConfirmationScreen();
     ExpectConfirmationTexts(screen);

@@ -514,12 +514,7 @@ TEST_F(SmallConsoles, At80x25EveryScreenShowsAllOfItsTexts)
 // whatever happens; the tmux screen keeps its 25th row empty.
 TEST_F(SmallConsoles, At80x24EveryScreenShowsAllOfItsTexts)
 {
-    struct ConsoleSize
-    {
-        Sandbox::Guest& guest;
-        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore{Guest()};
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     _lines = 24;
     WalkEveryScreen();
 }

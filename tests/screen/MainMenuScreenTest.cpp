@@ -136,16 +136,12 @@ TEST_F(MainMenu, ArrowsMoveTheHighlightAndEnterSelects)
 // again at the new size, the menu as it was, and the key acted upon.
 TEST_F(MainMenu, AtANewConsoleSizeTheNextKeyRedrawsTheMenu)
 {
-    struct ConsoleSize
-    {
-        ~ConsoleSize() { Guest().Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore;
     const std::string bottom = "  <ENTER> or number to select the operation.";
     Start(Wizard());
     ASSERT_TRUE(WaitFor("Shutdown")) << Screen();
     const std::string before = Screen();
 
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     Keys({"Down"});
     for (int i = 0; i < 50 && Row(Screen(), BottomRow - 1) != bottom; ++i)
         Settle();
@@ -156,7 +152,7 @@ TEST_F(MainMenu, AtANewConsoleSizeTheNextKeyRedrawsTheMenu)
     ExpectMenu(screen, InstallItems, 1);
 
     // Back to 25 rows: the frame as it was at the start.
-    RunInGuest("stty -F /dev/ttyS0 rows 25 cols 80");
+    SetConsoleSize(25);
     Keys({"Up"});
     for (int i = 0; i < 50 && Row(Screen(), BottomRow) != bottom; ++i)
         Settle();

@@ -678,17 +678,12 @@ TEST_F(NetworkStepSuite, ADosVersionWithoutItsPartitionSaysSoAndEscapeLeavesWrit
 // again at the new size, the form as it was.
 TEST_F(NetworkStepSuite, AtANewConsoleSizeTheNextKeyRedrawsTheScreen)
 {
-    struct ConsoleSize
-    {
-        Sandbox::Guest& guest;
-        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore{Guest()};
     Install(InstalledVersion());
     StartStep("linux");
     const std::string before = Screen();
     EXPECT_EQ(Row(before, 23), "  " + FormBottom) << before;
 
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     Keys({"Right"});
     for (int i = 0; i < 50 && Row(Screen(), 22) != "  " + FormBottom; ++i)
         Settle();
@@ -701,7 +696,7 @@ TEST_F(NetworkStepSuite, AtANewConsoleSizeTheNextKeyRedrawsTheScreen)
         EXPECT_EQ(Row(screen, row), Row(before, row)) << row << "\n" << screen;
 
     // Back to 25 lines, the same again.
-    RunInGuest("stty -F /dev/ttyS0 rows 25 cols 80");
+    SetConsoleSize(25);
     Keys({"Left"});
     for (int i = 0; i < 50 && Row(Screen(), 23) != "  " + FormBottom; ++i)
         Settle();
@@ -723,11 +718,6 @@ TEST_F(NetworkStepSuite, AtANewConsoleSizeTheNextKeyRedrawsTheScreen)
 // key pressed, the next second's dot finds the frame drawn at the new size.
 TEST_F(NetworkStepSuite, AtANewConsoleSizeTheProgressTickRedrawsTheScreen)
 {
-    struct ConsoleSize
-    {
-        Sandbox::Guest& guest;
-        ~ConsoleSize() { guest.Run("stty -F /dev/ttyS0 rows 25 cols 80"); }
-    } restore{Guest()};
     InstalledVersion version;
     version.updateDelay = 12;
     Install(version);
@@ -737,7 +727,7 @@ TEST_F(NetworkStepSuite, AtANewConsoleSizeTheProgressTickRedrawsTheScreen)
     ASSERT_TRUE(WaitFor("qqqq", 10)) << Screen();
     EXPECT_EQ(Row(Screen(), 22), separator) << Screen();
 
-    RunInGuest("stty -F /dev/ttyS0 rows 24 cols 80");
+    SetConsoleSize(24);
     for (int i = 0; i < 20 && Row(Screen(), 21) != separator; ++i)
         Settle();
     std::string screen = Screen();

@@ -13,6 +13,8 @@ namespace ScreenTest
 std::unique_ptr<Sandbox::Guest> GuestSuite::_guest;
 std::unique_ptr<Sandbox::TempDir> GuestSuite::_suiteFiles;
 std::vector<std::unique_ptr<Sandbox::SparseImage>> GuestSuite::_diskImages;
+int GuestSuite::_suiteRows = 25;
+int GuestSuite::_suiteColumns = 80;
 
 const std::string GuestSuite::DosAndLinuxPartitions =
     "parted -s /dev/vda mklabel msdos mkpart primary fat16 1MiB 41MiB "
@@ -148,6 +150,8 @@ Sandbox::GuestOptions GuestSuite::SuiteDefaults()
 
 void GuestSuite::StartGuest(const Sandbox::GuestOptions& options)
 {
+    _suiteRows = options.rows;
+    _suiteColumns = options.columns;
     _guest = std::make_unique<Sandbox::Guest>(options);
 }
 
@@ -196,10 +200,17 @@ void GuestSuite::TearDown()
     if (_guest->WaitEnded(0))
     {
         _running = false;
+        _consoleResized = false;
         return;
     }
     if (biosVendorSet)
         _guest->Run("while umount /sys/class/dmi/id 2>/dev/null; do :; done");
+    if (_consoleResized)
+    {
+        _guest->Run("stty -F /dev/ttyS0 rows " + std::to_string(_suiteRows) + " cols " +
+                    std::to_string(_suiteColumns));
+        _consoleResized = false;
+    }
     if (_running)
     {
         // A failed test may leave its program on the console: end it so the
@@ -301,6 +312,13 @@ void GuestSuite::SetBiosVendor(const std::optional<std::string>& vendor)
         command += " && printf '%s\\n' '" + *vendor + "' > /sys/class/dmi/id/bios_vendor";
     _biosVendorSet = true;
     RunInGuest(command);
+}
+
+void GuestSuite::SetConsoleSize(int rows, int columns)
+{
+    _consoleResized = true;
+    RunInGuest("stty -F /dev/ttyS0 rows " + std::to_string(rows) + " cols " +
+               std::to_string(columns));
 }
 
 std::vector<std::string> GuestSuite::LogMessages() const

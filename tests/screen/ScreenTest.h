@@ -86,6 +86,9 @@ protected:
     // The board as the program sees it: a BIOS vendor text, or none at all; the real one
     // comes back after the test.
     void SetBiosVendor(const std::optional<std::string>& vendor);
+    // Sets the size of the guest's console (stty on its serial line, which signals the
+    // program on it); the suite's own size comes back after the test, whatever happens.
+    void SetConsoleSize(int rows, int columns = 80);
 
     std::string Screen() const { return _guest->Screen(); }
     std::string StyledScreen() const { return _guest->StyledScreen(); }
@@ -100,6 +103,9 @@ private:
     static std::vector<std::unique_ptr<Sandbox::SparseImage>> _diskImages;
     bool _running = false;
     bool _biosVendorSet = false;
+    bool _consoleResized = false;
+    static int _suiteRows;
+    static int _suiteColumns;
 };
 
 } // namespace ScreenTest
