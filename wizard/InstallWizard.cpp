@@ -209,7 +209,6 @@ int InstallWizard::Start()
     }
 }
 
-// Every screen of an installation carries the name of the menu entry that started it.
 void InstallWizard::SetInstallTitles(bool format)
 {
     const char* title = format ? "Format and Install Vidorama" : "Install Vidorama";

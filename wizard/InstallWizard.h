@@ -73,12 +73,13 @@ public:
     bool InstallUnattended();
 
 private:
-    void SetInstallTitles(bool format);
     static std::ofstream* _log;
     // The failures (level 3) logged since this was last cleared, in order:
     // the reason an unattended installation names when a step gives up.
     static std::string _lastFailure;
 
+    // Every screen of an installation carries the title of the menu entry that started it.
+    void SetInstallTitles(bool format);
     // Whether this start may look at the answer file at all.
     bool MayInstallUnattended() const;
     // Shows why the run stopped, writes the report and waits for ENTER.
